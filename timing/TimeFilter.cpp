@@ -1,0 +1,168 @@
+#include <camclock/TimeFilter.h>
+
+#include "logging/AsynchronousLog.h"
+#include "logging/Categories.h"
+#include "logging/DirectMessage.h"
+#include "logging/Log4CppWrap.h"
+#include "logging/Text.h"
+
+#include <camclock/TimeFilterInstance.h>
+
+#include <utility>
+
+namespace camclock {
+
+TimeFilter::TimeFilter(std::string logPrefix)
+    : log_(std::make_unique<AsynchronousLog>(new Log4CppWrap(categories::TimeFilter())))
+    , logPrefix_(std::move(logPrefix)) {
+    _LogInfo("TimeFilter::TimeFilter");
+}
+
+TimeFilter::~TimeFilter() {
+    _LogInfo("TimeFilter::~TimeFilter");
+    CloseTimeProbing();
+}
+
+std::shared_ptr<TimeFilterInstance> TimeFilter::CreateNewTimeFilter() {
+    _LogInfo("TimeFilter::CreateNewTimeFilter");
+    return std::shared_ptr<TimeFilterInstance>(new TimeFilterInstance(*this));
+}
+
+void TimeFilter::SetLogPrefix(std::string logPrefix) {
+    logPrefix_ = std::move(logPrefix);
+}
+
+std::string TimeFilter::GetLogPrefix() const {
+    return logPrefix_;
+}
+
+std::chrono::milliseconds TimeFilter::GetD() const {
+    return std::chrono::milliseconds(D_.load());
+}
+
+std::chrono::microseconds TimeFilter::GetD_uncert() const {
+    return std::chrono::microseconds(D_uncert_.load());
+}
+
+void TimeFilter::SetD(std::chrono::milliseconds D) {
+    D_.exchange(D.count());
+}
+
+bool TimeFilter::DIsLocked() {
+    return dLocked_ || !usingProbe_;
+}
+
+bool TimeFilter::IsUsingProbe() {
+    return usingProbe_;
+}
+
+void TimeFilter::CheckPollDifference(std::chrono::milliseconds expected) {
+    if (usingProbe_) {
+        expectedD_.exchange(expected.count());
+        return;
+    }
+    std::uint32_t none = 0;
+    if (probeFailures_.compare_exchange_strong(none, 1)) {  // so that of several threads one gives notice
+        log_->Post([expected_ms = expected.count()](std::stringstream& out) {
+            out << Text("Time probe has not been created.", " Differnece estimate falls back to expected value of: ",
+                        expected_ms, "[ms]");
+        });
+    }
+    D_.exchange(expected.count());
+}
+
+void TimeFilter::SetPacketTimeOut(std::chrono::milliseconds timeOut) {
+    packetTimeOut_ms_ = timeOut.count();
+}
+
+std::chrono::milliseconds TimeFilter::GetPacketTimeOut() const {
+    return std::chrono::milliseconds(packetTimeOut_ms_.load());
+}
+
+void TimeFilter::SetRtcpTimeOut(std::chrono::milliseconds timeOut) {
+    rtcpTimeOut_ms_ = timeOut.count();
+}
+
+std::chrono::milliseconds TimeFilter::GetRtcpTimeOut() const {
+    return std::chrono::milliseconds(rtcpTimeOut_ms_.load());
+}
+
+void TimeFilter::SetSyncShift(std::chrono::milliseconds syncShift) {
+    syncShift_ms_ = syncShift.count();
+}
+
+std::chrono::milliseconds TimeFilter::GetSyncShift() const {
+    return std::chrono::milliseconds(syncShift_ms_.load());
+}
+
+void TimeFilter::RequireRTCP(bool required) {
+    requireRtcp_ = required;
+}
+
+bool TimeFilter::RequireRTCP() const {
+    return requireRtcp_;
+}
+
+void TimeFilter::SetStablePtst0(TimePoint t0, bool rtcpSync) {
+    const std::lock_guard<std::mutex> guard(stablePtsT0Mutex_);
+    if (stablePtsT0Locked_) {
+        _LogInfo("Not able to update stable pts t0, it has been set for this session");
+        return;
+    }
+    if (!rtcpSync)
+        stablePtsT0NoRtcp_ = t0;
+    stablePtsT0_ = t0;
+    stablePtsT0Locked_ = rtcpSync;
+    log_->Post([t0, rtcpSync](std::stringstream& out) {
+        out << Text("New stablePts T0 set: ", t0, " RTCP sync: ", rtcpSync);
+    });
+}
+
+TimePoint TimeFilter::GetStablePtsT0(bool rtcpSync) const {
+    return rtcpSync ? stablePtsT0_ : stablePtsT0NoRtcp_;
+}
+
+bool TimeFilter::StablePtsT0Locked() const {
+    return stablePtsT0Locked_;
+}
+
+void TimeFilter::AssignShutdownHandler(std::function<void()> handler) {
+    shutdownHandler_ = std::move(handler);
+}
+
+void TimeFilter::ShutDown() {
+    if (!shutdownHandler_) {
+        _LogInfo("Shutdown called with no handler assigned");
+        return;
+    }
+    _LogInfo("Calling shutdown");
+    shutdownHandler_();
+}
+
+void TimeFilter::SetTestStuff(std::function<void()> testFunc) {
+    testFunc_ = std::move(testFunc);
+}
+
+void TimeFilter::TestStuff() {
+    if (!testFunc_)
+        return;
+    _LogInfo("Calling  testfunc");
+    testFunc_();
+}
+
+void TimeFilter::CloseTimeProbing() {
+    _LogInfo("TimeFilter::CloseTimeProbing");
+    _LogInfo("Waiting for probe tasks to finish");
+    _LogInfo("Done waiting for probe tasks");
+}
+
+bool TimeFilter::_InfoEnabled() const {
+    return InfoEnabled(categories::TimeFilter());
+}
+
+void TimeFilter::_LogInfo(const std::string& message) const {
+    if (_InfoEnabled())
+        WriteInfo(categories::TimeFilter(), logPrefix_ + message);
+}
+
+}  // namespace camclock
