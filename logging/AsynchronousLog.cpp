@@ -34,7 +34,8 @@ void AsynchronousLog::Post(Message message) {
     if (!running_)
         return;
     // Log stamps come from the system clock, not from the settable process clock: they belong to the machine.
-    Entry entry{std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), std::move(message), ThreadId()};
+    Entry entry{std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), std::move(message),
+                ThreadId()};
     const std::lock_guard<std::mutex> guard(queueMutex_);
     queue_.push_back(std::move(entry));
 }

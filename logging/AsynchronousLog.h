@@ -14,16 +14,16 @@
 
 namespace camclock {
 
-/// A log that costs its callers next to nothing: they hand over a callable that will write the text, and one worker
-/// thread stamps it with the time and thread of its hand-over, runs it and gives the text to a sink.
+/// A log that costs its callers next to nothing: they hand over a callable that will write the text, and one
+/// worker thread stamps it with the time and thread of its hand-over, runs it and gives the text to a sink.
 ///
 /// Owned by the object that logs. `Post` may be called from any thread, the rest belongs to the owner.
 ///
 ///     AsynchronousLog log(new OfStreamWrap(file));
 ///     log.Post([count](std::stringstream& out) { out << Text("Packet #", count, "\n"); });
 ///
-/// The worker polls every 10 ms and is never woken. Destroying the log drops what is still queued: there is no last
-/// flush, so that the end of a session never waits for a slow disk.
+/// The worker polls every 10 ms and is never woken. Destroying the log drops what is still queued: there is
+/// no last flush, so that the end of a session never waits for a slow disk.
 class AsynchronousLog {
 public:
     /// Writes one message. It runs later, on the worker: it captures by value everything that it prints.
@@ -38,8 +38,8 @@ public:
     AsynchronousLog(const AsynchronousLog&) = delete;
     AsynchronousLog& operator=(const AsynchronousLog&) = delete;
 
-    /// Hands a message over. Messages of one thread are written in the order of their posts. An empty callable ends
-    /// the process on the worker, as `std::bad_function_call`.
+    /// Hands a message over. Messages of one thread are written in the order of their posts. An empty
+    /// callable ends the process on the worker, as `std::bad_function_call`.
     void Post(Message message);
 
 private:

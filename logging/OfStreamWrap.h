@@ -7,8 +7,8 @@
 
 namespace camclock {
 
-/// A sink over a file. The messages bring their own line ends; nothing is flushed before the file is closed. What is
-/// written to a file that failed to open is lost without a word.
+/// A sink over a file. The messages bring their own line ends; nothing is flushed before the file is closed.
+/// What is written to a file that failed to open is lost without a word.
 class OfStreamWrap : public LogWrap {
 public:
     /// Takes the stream over; it is closed with this sink.

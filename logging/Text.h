@@ -10,7 +10,8 @@
 
 namespace camclock {
 
-// Message text without stream state: plain decimals whatever the global locale says, times in the log's one form.
+// Message text without stream state: plain decimals whatever the global locale says, times in the log's one
+// form.
 
 /// What every logged time looks like: 2031-04-05 14:07:09.042, always UTC.
 inline constexpr const char* kLogTimeFormat = "%Y-%m-%d %H:%M:%S";
@@ -38,13 +39,14 @@ inline void AppendText(std::string& text, TimePoint time) {
 /// A floating-point number as a stream writes it by default: six significant digits.
 inline void AppendText(std::string& text, double value) {
     std::array<char, 32> buffer;
-    const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::general, 6);
+    const auto end =
+        std::to_chars(buffer.data(), buffer.data() + buffer.size(), value, std::chars_format::general, 6);
     text.append(buffer.data(), end.ptr);
 }
 
-template <class Integer,
-          std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool> && !std::is_same_v<Integer, char>,
-                           int> = 0>
+template <class Integer, std::enable_if_t<std::is_integral_v<Integer> && !std::is_same_v<Integer, bool> &&
+                                              !std::is_same_v<Integer, char>,
+                                          int> = 0>
 void AppendText(std::string& text, Integer value) {
     std::array<char, 24> buffer;
     const auto end = std::to_chars(buffer.data(), buffer.data() + buffer.size(), value);

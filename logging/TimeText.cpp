@@ -11,8 +11,8 @@ namespace {
 
 constexpr const char* kInvalid = "Invalid timepoint";
 
-/// The last second that the target's UTC conversion accepts, some hours into the year 3001. Other platforms stop
-/// there too, so that a log reads the same everywhere.
+/// The last second that the target's UTC conversion accepts, some hours into the year 3001. Other platforms
+/// stop there too, so that a log reads the same everywhere.
 constexpr std::int64_t kLastSecond = 32'535'291'599;
 
 bool BreakDownUtc(std::int64_t seconds, std::tm& parts) {
@@ -63,8 +63,8 @@ void PutTwoDigits(char* place, int value) {
     place[1] = static_cast<char>('0' + value % 10);
 }
 
-/// The text of the last second that this thread wrote. Log lines come in order, so the calendar is asked once a
-/// second, not once a line.
+/// The text of the last second that this thread wrote. Log lines come in order, so the calendar is asked once
+/// a second, not once a line.
 struct LastSecond {
     std::int64_t seconds = -1;
     std::array<char, 19> text{};  // 2031-04-05 14:07:09
@@ -130,7 +130,8 @@ DurationPair NormalizeDuration(DurationPair duration) {
         rest += kMicrosecondsPerSecond;
         --carry;
     }
-    return {static_cast<std::int32_t>(static_cast<std::uint32_t>(duration.seconds) + static_cast<std::uint32_t>(carry)),
+    return {static_cast<std::int32_t>(static_cast<std::uint32_t>(duration.seconds) +
+                                      static_cast<std::uint32_t>(carry)),
             rest};
 }
 
@@ -142,10 +143,12 @@ std::string DurationToText(DurationPair duration) {
     if (!BreakDownLocal(magnitude, parts))
         BreakDownUtc(magnitude, parts);
     std::array<char, 20> timeOfDay;
-    timeOfDay[std::strftime(timeOfDay.data(), timeOfDay.size(), seconds < 0 ? "-%H:%M:%S" : "%H:%M:%S", &parts)] = '\0';
-    std::array<char, 20> text;
-    std::snprintf(text.data(), text.size(), "%s.%06d", timeOfDay.data(), static_cast<int>(duration.microseconds));
-    return text.data();
+    timeOfDay[std::strftime(timeOfDay.data(), timeOfDay.size(), seconds < 0 ? "-%H:%M:%S" : "%H:%M:%S",
+                            &parts)] = '\0';
+    std::array<char, 12> microseconds;
+    std::snprintf(microseconds.data(), microseconds.size(), "%06d", static_cast<int>(duration.microseconds));
+    // The text has always had room for 19 characters; only a pair that was not normalised reaches them.
+    return (std::string(timeOfDay.data()) + '.' + microseconds.data()).substr(0, 19);
 }
 
 }  // namespace camclock

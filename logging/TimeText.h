@@ -13,9 +13,9 @@ struct DurationPair {
     std::int32_t microseconds;
 };
 
-/// `time` in UTC, formatted by `strftime`'s rules (99 characters at most, else nothing), followed by the milliseconds
-/// as ".042" when wanted; ticks below a millisecond are dropped. "Invalid timepoint" for whole seconds before 1970
-/// or past the calendar's reach, which ends in the year 3001 on every platform.
+/// `time` in UTC, formatted by `strftime`'s rules (99 characters at most, else nothing), followed by the
+/// milliseconds as ".042" when wanted; ticks below a millisecond are dropped. "Invalid timepoint" for whole
+/// seconds before 1970 or past the calendar's reach, which ends in the year 3001 on every platform.
 std::string TimePointToText(TimePoint time, std::string format, bool withMilliseconds);
 
 /// Appends what `TimePointToText(time, "%Y-%m-%d %H:%M:%S", true)` gives, the form of every logged time.
@@ -26,8 +26,8 @@ DurationPair NormalizeDuration(DurationPair duration);
 
 /// The span as a time of day, "HH:MM:SS.uuuuuu", with a minus in front for negative seconds.
 ///
-/// Deliberate: the seconds are broken down in the host's own time zone, whose offset is therefore added: at UTC+1
-/// five seconds read 01:00:05.000000 (DurationToText.AddsTheZonesOffset).
+/// Deliberate: the seconds are broken down in the host's own time zone, whose offset is therefore added: at
+/// UTC+1 five seconds read 01:00:05.000000 (DurationToText.AddsTheZonesOffset).
 std::string DurationToText(DurationPair duration);
 
 }  // namespace camclock

@@ -11,7 +11,8 @@
 namespace camclock {
 namespace {
 
-/// Is an age in ticks past a time-out? A time-out beyond the reach of ticks, some 29,000 years, is never past.
+/// Is an age in ticks past a time-out? A time-out beyond the reach of ticks, some 29,000 years, is never
+/// past.
 bool IsPast(std::int64_t age_ticks, std::chrono::milliseconds timeOut) {
     constexpr std::int64_t kLongest_ms = (std::numeric_limits<std::int64_t>::max)() / kTicksPerMillisecond;
     if (timeOut.count() > kLongest_ms)
@@ -37,7 +38,8 @@ bool TimeFilterInstance::PacketArrivalIsOk() {
     if (IsPast(age, timeFilter_.GetPacketTimeOut())) {
         arrivalIsOk = false;
         if (_InfoEnabled())
-            _LogInfo(Text("Data packet timeout detected, ", age / kTicksPerMillisecond, " [ms] since last packet"));
+            _LogInfo(Text("Data packet timeout detected, ", age / kTicksPerMillisecond,
+                          " [ms] since last packet"));
     }
     if (!timeFilter_.RequireRTCP())
         return arrivalIsOk;
@@ -48,7 +50,8 @@ bool TimeFilterInstance::PacketArrivalIsOk() {
     if (IsPast(rtcpAge, timeFilter_.GetRtcpTimeOut())) {
         arrivalIsOk = false;
         if (_InfoEnabled())
-            _LogInfo(Text("RTCP packet timeout detected, ", rtcpAge / kTicksPerMillisecond, " [ms] since last packet"));
+            _LogInfo(Text("RTCP packet timeout detected, ", rtcpAge / kTicksPerMillisecond,
+                          " [ms] since last packet"));
     }
     return arrivalIsOk;
 }

@@ -1,6 +1,8 @@
 #include <camclock/TimeFilterInstance.h>
 
 #include "logging/AsynchronousLog.h"
+#include "logging/Categories.h"
+#include "logging/DirectMessage.h"
 #include "logging/Text.h"
 #include "util/Arithmetic.h"
 
@@ -63,7 +65,8 @@ void TimeFilterInstance::_RaiseToLastTocHost() {
         // Deliberate: of all direct messages this one alone carries no stream id
         // (FollowProcess.EarlierCaptureIsRaisedToTheLastAndLoggedWithoutStreamId).
         if (_InfoEnabled())
-            _LogWithoutId(Text("TOC BACK TO THE FUTURE: ", TOC_host_, " -- last: ", TOC_host_last_));
+            WriteInfo(categories::TimeFilterInstance(),
+                      Text("TOC BACK TO THE FUTURE: ", TOC_host_, " -- last: ", TOC_host_last_));
         TOC_host_ = TOC_host_last_;
     }
     TOC_host_last_ = TOC_host_;

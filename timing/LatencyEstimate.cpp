@@ -29,11 +29,11 @@ void TimeFilterInstance::_RunEstimate() {
         const std::int64_t D_ms = timeFilter_.GetD().count();
         // Deliberate: the first number is the latency less D, not the latency
         // (LatencyEstimate.ProbingMessagePrintsLatencyLessD).
-        log_->Post([id = streamId_, latencyLessD_ms = WrappingSubtract(latency_ms, D_ms), D_hat_ms = D_hat_ms_,
-                    D_ms](std::stringstream& out) {
-            out << Text(id, "\tStream median latency estimate [ms]: ", latencyLessD_ms, "\n", "\tD_hat: ", D_hat_ms,
-                        " [ms]\n", "\tD: ", D_ms, " [ms]\n", "\tD - D_hat: ", WrappingSubtract(D_ms, D_hat_ms),
-                        " [ms]\n");
+        log_->Post([id = streamId_, latencyLessD_ms = WrappingSubtract(latency_ms, D_ms),
+                    D_hat_ms = D_hat_ms_, D_ms](std::stringstream& out) {
+            out << Text(id, "\tStream median latency estimate [ms]: ", latencyLessD_ms, "\n",
+                        "\tD_hat: ", D_hat_ms, " [ms]\n", "\tD: ", D_ms, " [ms]\n",
+                        "\tD - D_hat: ", WrappingSubtract(D_ms, D_hat_ms), " [ms]\n");
         });
     }
     ++estimateCount_;

@@ -8,8 +8,8 @@ namespace camclock {
 
 // The arithmetic of RTP and NTP time stamps: pure, and defined for every input.
 
-/// From `from` to `to` in RTP ticks. RTP time wraps every 2^32 ticks, 13 h 15 min at 90 kHz: the nearer way round is
-/// meant (RFC 3550, 5.1).
+/// From `from` to `to` in RTP ticks. RTP time wraps every 2^32 ticks, 13 h 15 min at 90 kHz: the nearer way
+/// round is meant (RFC 3550, 5.1).
 constexpr std::int32_t RtpDistance(std::uint32_t from, std::uint32_t to) {
     return static_cast<std::int32_t>(to - from);
 }

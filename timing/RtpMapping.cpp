@@ -49,8 +49,8 @@ TimePoint TimeFilterInstance::GetTOC_Cam(std::uint32_t RTP_ts, std::uint32_t RTP
 }
 
 TimePoint TimeFilterInstance::GetTOC_Host(TimePoint TOC_cam) {
-    return MovedByMilliseconds(
-        TOC_cam, WrappingAdd(timeFilter_.GetD().count(), timeFilter_.GetSyncShift().count()));
+    return MovedByMilliseconds(TOC_cam,
+                               WrappingAdd(timeFilter_.GetD().count(), timeFilter_.GetSyncShift().count()));
 }
 
 void TimeFilterInstance::UpdateSyncInfo(std::shared_ptr<SyncPoint> sync) {

@@ -6,6 +6,8 @@
 
 #include <camclock/TimeFilter.h>
 
+#include <limits>
+
 namespace camclock {
 namespace {
 
@@ -43,13 +45,14 @@ void TimeFilterInstance::_UpdateStablePts() {
         stablePtsErrors_ = 0;
         lastAcceptedStablePts_ = stablePts_;
     } else {
-        log_->Post([id = streamId_, step_ms = step_us / 1'000, packetCount = packetCount_](std::stringstream& out) {
-            out << Text(id, "ERROR !! Stable pts ", step_ms, " [ms] ahead of last frame", ", Packet #", packetCount);
-        });
+        log_->Post(
+            [id = streamId_, step_ms = step_us / 1'000, packetCount = packetCount_](std::stringstream& out) {
+                out << Text(id, "ERROR !! Stable pts ", step_ms, " [ms] ahead of last frame", ", Packet #",
+                            packetCount);
+            });
         ++stablePtsErrors_;
         if (stablePtsErrors_ >= kErrorsUntilShutdown) {
-            if (_InfoEnabled())
-                _LogWithoutId("The stable pts is messed up, this session needs to be terminated");
+            _LogInfo("The stable pts is messed up, this session needs to be terminated");
             timeFilter_.ShutDown();
         }
         lastAcceptedStablePts_ = WrappingAdd(lastAcceptedStablePts_, 1);
@@ -61,21 +64,22 @@ void TimeFilterInstance::_UpdateStablePts() {
         // (StablePts.InfoPrintsMicrosecondsUnderAMillisecondLabel).
         log_->Post([id = streamId_, packetCount = packetCount_, t0, toc, elapsed_us,
                     pts = stablePts_](std::stringstream& out) {
-            out << Text(id, "StablePTsInfo: ", "Packet #", packetCount, "\n", "\tT0: ", t0, "\n", "\tTOC: ", toc,
-                        "\n", "\tElapsed since begin: ", elapsed_us, "[ms]\n", "\tstablePts: ", pts, "\n");
+            out << Text(id, "StablePTsInfo: ", "Packet #", packetCount, "\n", "\tT0: ", t0, "\n",
+                        "\tTOC: ", toc, "\n", "\tElapsed since begin: ", elapsed_us, "[ms]\n",
+                        "\tstablePts: ", pts, "\n");
         });
     }
     if (packetCount_ % kPacketsPerMessage == 0) {
         log_->Post([id = streamId_, packetCount = packetCount_, elapsed_ms = elapsed_us / 1'000,
                     pts = stablePts_](std::stringstream& out) {
-            out << Text(id, "Packet #", packetCount, " , ", "Stable pts progress: elapsed ", elapsed_ms, "[ms] ",
-                        " Pts: ", pts);
+            out << Text(id, "Packet #", packetCount, " , ", "Stable pts progress: elapsed ", elapsed_ms,
+                        "[ms] ", " Pts: ", pts);
         });
     }
 }
 
-// The first report switches TOC_cam from the reception time to the camera's clock; T0 moves along, so that the
-// stable time stamps go on where they are.
+// The first report switches TOC_cam from the reception time to the camera's clock; T0 moves along, so that
+// the stable time stamps go on where they are.
 void TimeFilterInstance::_InitStablePts() {
     if (timeFilter_.StablePtsT0Locked())
         return;

@@ -64,8 +64,8 @@ void TimeFilter::CheckPollDifference(std::chrono::milliseconds expected) {
     std::uint32_t none = 0;
     if (probeFailures_.compare_exchange_strong(none, 1)) {  // so that of several threads one gives notice
         log_->Post([expected_ms = expected.count()](std::stringstream& out) {
-            out << Text("Time probe has not been created.", " Differnece estimate falls back to expected value of: ",
-                        expected_ms, "[ms]");
+            out << Text("Time probe has not been created.",
+                        " Differnece estimate falls back to expected value of: ", expected_ms, "[ms]");
         });
     }
     D_.exchange(expected.count());

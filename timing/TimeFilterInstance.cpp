@@ -94,9 +94,4 @@ void TimeFilterInstance::_LogInfo(const std::string& message) const {
         WriteInfo(categories::TimeFilterInstance(), streamId_ + message);
 }
 
-void TimeFilterInstance::_LogWithoutId(const std::string& message) const {
-    if (_InfoEnabled())
-        WriteInfo(categories::TimeFilterInstance(), message);
-}
-
 }  // namespace camclock

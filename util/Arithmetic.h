@@ -7,8 +7,8 @@
 
 namespace camclock {
 
-// Arithmetic with a defined result for every input. Sums, differences and products of 64-bit counts wrap around in
-// two's complement; they are formed unsigned, since a signed overflow has no defined result in C++.
+// Arithmetic with a defined result for every input. Sums, differences and products of 64-bit counts wrap
+// around in two's complement; they are formed unsigned, since a signed overflow has no defined result in C++.
 
 constexpr std::int64_t WrappingAdd(std::int64_t a, std::int64_t b) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) + static_cast<std::uint64_t>(b));
@@ -22,8 +22,8 @@ constexpr std::int64_t WrappingMultiply(std::int64_t a, std::int64_t b) {
     return static_cast<std::int64_t>(static_cast<std::uint64_t>(a) * static_cast<std::uint64_t>(b));
 }
 
-/// `value` truncated toward zero. Not-a-number and what lies outside 64 bits become the most negative value, as the
-/// conversion instruction of 64-bit x86 gives it.
+/// `value` truncated toward zero. Not-a-number and what lies outside 64 bits become the most negative value,
+/// as the conversion instruction of 64-bit x86 gives it.
 constexpr std::int64_t TruncateToInt64(double value) {
     constexpr double kTwoTo63 = 9223372036854775808.0;
     return value >= -kTwoTo63 && value < kTwoTo63 ? static_cast<std::int64_t>(value)

@@ -1,7 +1,7 @@
 #pragma once
 
-// The one lock type of the process clock, the probe and the packet queue: the platform's own light lock. It has the
-// names that std::lock_guard asks for.
+// The one lock type of the process clock, the probe and the packet queue: the platform's own light lock. It
+// has the names that std::lock_guard asks for.
 #if defined(_WIN32)
 #ifndef NOMINMAX
 #define NOMINMAX

@@ -10,8 +10,9 @@ namespace {
 
 constexpr std::size_t kStackValues = 64;  // the latency estimator's windows hold 51 at most
 
-/// The sorted values of one window: those that lie inside the array, and how often the first and the last element
-/// stand for positions outside. Keeping the replicas as counts bounds the memory by the array, whatever the mask.
+/// The sorted values of one window: those that lie inside the array, and how often the first and the last
+/// element stand for positions outside. Keeping the replicas as counts bounds the memory by the array,
+/// whatever the mask.
 double SelectMiddle(const SortedWindow& inside, double first, std::int64_t firstReplicas, double last,
                     std::int64_t lastReplicas, std::int64_t k) {
     double low = first;
@@ -52,7 +53,8 @@ int MedianFilter(const double* source, double* destination, int length, int mask
     if (mask == 1 || length < 3)
         return status;
 
-    // Outputs are written over the inputs, so the values that the window still has to give back are kept aside.
+    // Outputs are written over the inputs, so the values that the window still has to give back are kept
+    // aside.
     double stack[2 * kStackValues];
     std::unique_ptr<double[]> heap;
     double* memory = stack;

@@ -10,9 +10,8 @@ namespace {
 template <class Iterator>
 void AppendLowerCase(Iterator from, Iterator to, std::string& text) {
     text.reserve(text.size() + static_cast<std::size_t>(to - from));
-    std::transform(from, to, std::back_inserter(text), [](char c) {
-        return static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    });
+    std::transform(from, to, std::back_inserter(text),
+                   [](char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); });
 }
 
 }  // namespace

@@ -26,8 +26,8 @@ Utilities& Utilities::getInstance() {
     return instance;
 }
 
-// Deliberate: the reference starts at 0, not at the counter's present value, so that the time means nothing until
-// the application anchors the clock (UtilitiesClock.CountsFromConstructionWithoutAnchor).
+// Deliberate: the reference starts at 0, not at the counter's present value, so that the time means nothing
+// until the application anchors the clock (UtilitiesClock.CountsFromConstructionWithoutAnchor).
 Utilities::Utilities()
     : clock_(std::make_unique<Clock>()) {
     clock_->base = SystemNow();

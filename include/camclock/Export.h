@@ -5,9 +5,9 @@
 /// Three cases: the library's own objects (CAMCLOCK_BUILDING) export, users of the shared library import,
 /// and users of the static library (CAMCLOCK_STATIC) need neither.
 ///
-/// MSVC warns (C4251) that exported classes hold members of standard types whose own code is not exported. The
-/// warning stands for a real rule, which holds for every C++ library: build the application with the same compiler
-/// and the same runtime library as camclock. It is left on.
+/// MSVC warns (C4251) that exported classes hold members of standard types whose own code is not exported.
+/// The warning stands for a real rule, which holds for every C++ library: build the application with the same
+/// compiler and the same runtime library as camclock. It is left on.
 #if defined(CAMCLOCK_STATIC)
 #define CAMCLOCK_API
 #elif defined(_WIN32)

@@ -4,7 +4,8 @@
 
 namespace camclock {
 
-/// Small enumerations shared by the timing classes, the stream header parsers and the application's packet record.
+/// Small enumerations shared by the timing classes, the stream header parsers and the application's packet
+/// record.
 namespace MediaPacket {
 
 /// How far the host's time of capture of a packet can be trusted.

@@ -20,14 +20,15 @@ class AsynchronousLog;
 class TimeFilterInstance;
 class TimeProbe;
 
-/// How far is this camera's clock from the host's? One object per camera: it holds what all streams of the camera
-/// share, that is the clock difference `D` and its uncertainty, the settings, the origin T0 of the stable time
-/// stamps, the shutdown handler and the timing log.
+/// How far is this camera's clock from the host's? One object per camera: it holds what all streams of the
+/// camera share, that is the clock difference `D` and its uncertainty, the settings, the origin T0 of the
+/// stable time stamps, the shutdown handler and the timing log.
 ///
 /// Owned by the application; it must outlive every instance that it handed out.
 ///
-/// Threads: the getters, `SetD`, `CheckPollDifference` and `SetStablePtst0` may be called from any thread at any
-/// time. The log prefix, the two handlers, `EnableTimeLogging` and `UseICMP` are meant to be set before streams run.
+/// Threads: the getters, `SetD`, `CheckPollDifference` and `SetStablePtst0` may be called from any thread at
+/// any time. The log prefix, the two handlers, `EnableTimeLogging` and `UseICMP` are meant to be set before
+/// streams run.
 ///
 ///     camclock::TimeFilter camera("Gate 3: ");
 ///     camera.SetPacketTimeOut(std::chrono::seconds(5));
@@ -36,8 +37,9 @@ class TimeProbe;
 ///     stream->DoEstimation(true);
 class CAMCLOCK_API TimeFilter {
 public:
-    /// Starts the worker of the object's asynchronous log; throws `std::system_error` when no thread can be started.
-    /// `logPrefix` stands in front of every message that this object writes directly to "RTSP.TimeFilter".
+    /// Starts the worker of the object's asynchronous log; throws `std::system_error` when no thread can be
+    /// started. `logPrefix` stands in front of every message that this object writes directly to
+    /// "RTSP.TimeFilter".
     explicit TimeFilter(std::string logPrefix = std::string());
 
     /// Stops probing, joins every thread; messages still queued in the logs are dropped.
@@ -55,7 +57,8 @@ public:
     /// Clock difference: what is added to a time of the camera's clock to get the host's.
     std::chrono::milliseconds GetD() const;
 
-    /// Uncertainty of `D`: half the round trip of the measurement it comes from; 0 until `D` has been measured.
+    /// Uncertainty of `D`: half the round trip of the measurement it comes from; 0 until `D` has been
+    /// measured.
     std::chrono::microseconds GetD_uncert() const;
 
     void SetD(std::chrono::milliseconds D);
@@ -66,8 +69,8 @@ public:
     /// True from `UseICMP` until the probing thread ends.
     bool IsUsingProbe();
 
-    /// Tells the difference to expect. Without a probe it becomes `D` at once (the first such call says so in the
-    /// log); with one, it arms the probing thread and is what `D` falls back to.
+    /// Tells the difference to expect. Without a probe it becomes `D` at once (the first such call says so in
+    /// the log); with one, it arms the probing thread and is what `D` falls back to.
     void CheckPollDifference(std::chrono::milliseconds expected);
 
     /// How long a stream may stay without a packet, host's clock; 10 s at first.
@@ -86,8 +89,8 @@ public:
     void RequireRTCP(bool required);
     bool RequireRTCP() const;
 
-    /// Sets the origin of the stable time stamps, camera's clock. An origin set with RTCP sync is final: every later
-    /// call is refused and says so in the log.
+    /// Sets the origin of the stable time stamps, camera's clock. An origin set with RTCP sync is final:
+    /// every later call is refused and says so in the log.
     void SetStablePtst0(TimePoint t0, bool rtcpSync);
 
     /// The latest origin (`rtcpSync` true), or the latest one that was set without RTCP sync.
@@ -97,18 +100,18 @@ public:
     /// The handler that `ShutDown` calls, on the calling thread; replaces any earlier one.
     void AssignShutdownHandler(std::function<void()> handler);
 
-    /// Asks the application to end this camera's session. Called by an instance after 1,000 stable time stamps in a
-    /// row that could not be kept, and again with every further one.
+    /// Asks the application to end this camera's session. Called by an instance after 1,000 stable time
+    /// stamps in a row that could not be kept, and again with every further one.
     void ShutDown();
 
     /// A hook for the application's own tests: `TestStuff` calls it, if there is one.
     void SetTestStuff(std::function<void()> testFunc);
     void TestStuff();
 
-    /// Starts a timing log: `timinglog<N>.txt` in `directory` (the working directory when empty), where N is the
-    /// first number for which no such file can be read. An earlier log is closed and loses what it still had queued.
-    /// A file that cannot be written is not reported: its rows are lost. Throws `std::system_error` when no thread
-    /// can be started. Call it before streams run.
+    /// Starts a timing log: `timinglog<N>.txt` in `directory` (the working directory when empty), where N is
+    /// the first number for which no such file can be read. An earlier log is closed and loses what it still
+    /// had queued. A file that cannot be written is not reported: its rows are lost. Throws
+    /// `std::system_error` when no thread can be started. Call it before streams run.
     void EnableTimeLogging(std::string directory);
     bool IsTimeLogging();
 
@@ -122,8 +125,8 @@ private:
     bool _InfoEnabled() const;
     void _LogInfo(const std::string& message) const;
 
-    // Destroyed from the last to the first: the application's callables go before the logs that may still print,
-    // and every worker is joined before the file it writes.
+    // Destroyed from the last to the first: the application's callables go before the logs that may still
+    // print, and every worker is joined before the file it writes.
     std::atomic<std::int64_t> D_{0};
     std::atomic<std::int64_t> D_uncert_{0};
     std::atomic<std::uint32_t> probeFailures_{0};

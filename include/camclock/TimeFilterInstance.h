@@ -17,14 +17,16 @@ class AsynchronousLog;
 class LatencyWindow;
 class TimeFilter;
 
-/// When was this frame captured? One object per stream: it maps RTP time stamps to the camera's time of capture
-/// (`TOC_cam`) and the host's (`TOC_host`), says whether the estimate can be trusted, issues stable presentation time
-/// stamps and notices a stream that falls silent.
+/// When was this frame captured? One object per stream: it maps RTP time stamps to the camera's time of
+/// capture
+/// (`TOC_cam`) and the host's (`TOC_host`), says whether the estimate can be trusted, issues stable
+/// presentation time stamps and notices a stream that falls silent.
 ///
-/// Made by `TimeFilter::CreateNewTimeFilter` and held by the application, which destroys it before the `TimeFilter`.
+/// Made by `TimeFilter::CreateNewTimeFilter` and held by the application, which destroys it before the
+/// `TimeFilter`.
 ///
-/// Threads: one receiving thread drives an instance; it takes no lock. Different instances, also of one camera, may
-/// run on different threads.
+/// Threads: one receiving thread drives an instance; it takes no lock. Different instances, also of one
+/// camera, may run on different threads.
 ///
 ///     stream->UpdateSyncInfo(report);                                 // every RTCP sender report
 ///     stream->UpdateTiming(frame, camclock::MediaPacket::kFrameP);    // every frame, once
@@ -38,7 +40,8 @@ public:
     TimeFilterInstance(const TimeFilterInstance&) = delete;
     TimeFilterInstance& operator=(const TimeFilterInstance&) = delete;
 
-    /// Estimate the clock difference from the latency of the packets; off at first. Needs time filtering, too.
+    /// Estimate the clock difference from the latency of the packets; off at first. Needs time filtering,
+    /// too.
     void DoEstimation(bool on);
 
     /// Map the camera's time of capture to the host's clock; off at first, and `TOC_host` is then `TOC_cam`.
@@ -57,35 +60,35 @@ public:
     /// Time of capture of the last packet, host's clock.
     TimePoint GetCurrentTOC_Host();
 
-    /// Stable presentation time stamp of the last packet: ticks of the stream's RTP clock since the camera's origin
-    /// T0. It grows with every packet, by one tick at least.
+    /// Stable presentation time stamp of the last packet: ticks of the stream's RTP clock since the camera's
+    /// origin T0. It grows with every packet, by one tick at least.
     std::int64_t GetCurrentStablePTS();
 
     /// Takes an RTCP sender report and fills its `syncTime`. An empty pointer is ignored.
     void UpdateSyncInfo(std::shared_ptr<SyncPoint> sync);
 
-    /// Takes one frame (or packet) and computes everything that the getters return. Feed it one call a frame, with
-    /// the arrival of the frame's first packet as `TOR_host`. An empty pointer is ignored.
+    /// Takes one frame (or packet) and computes everything that the getters return. Feed it one call a frame,
+    /// with the arrival of the frame's first packet as `TOR_host`. An empty pointer is ignored.
     void UpdateTiming(std::shared_ptr<TimingData> timing, MediaPacket::Frametype frameType);
 
-    /// The latency to expect between capture and reception; 30 ms at first. An error in it is a constant error of
-    /// `TOC_host`.
+    /// The latency to expect between capture and reception; 30 ms at first. An error in it is a constant
+    /// error of `TOC_host`.
     void SetMeanLatency(std::chrono::milliseconds meanLatency);
 
     /// True once the camera's `D` has settled, and whenever time filtering is off.
     bool TimeEstimatesInitialized();
 
-    /// False once a packet or, where the camera requires it, a sender report is overdue by the host's clock; each
-    /// such call says so in the log. An age equal to the time-out is still in time. Always true while supervision is
-    /// off. The first check before any packet starts both clocks.
+    /// False once a packet or, where the camera requires it, a sender report is overdue by the host's clock;
+    /// each such call says so in the log. An age equal to the time-out is still in time. Always true while
+    /// supervision is off. The first check before any packet starts both clocks.
     bool PacketArrivalIsOk();
 
     /// True when the stable time stamps rest on what the camera requires: RTCP sync, if it requires RTCP.
     bool StablePtsIsOk();
 
-    /// The time of `sync` moved by the distance of `RTP_ts` from it, camera's clock. The nearer way round the 32-bit
-    /// RTP time is taken, microseconds are truncated toward zero. `RTPFreq` is the RTP clock rate in Hz. An empty
-    /// `sync` gives `kNotYetSet`.
+    /// The time of `sync` moved by the distance of `RTP_ts` from it, camera's clock. The nearer way round the
+    /// 32-bit RTP time is taken, microseconds are truncated toward zero. `RTPFreq` is the RTP clock rate in
+    /// Hz. An empty `sync` gives `kNotYetSet`.
     static TimePoint MapTime(std::shared_ptr<SyncPoint> sync, std::uint32_t RTP_ts, double RTPFreq);
 
     /// Time of capture on the camera's clock; without RTCP sync the given time of reception, unchanged.
@@ -94,7 +97,8 @@ public:
     /// A time of the camera's clock on the host's: plus the camera's `D` and sync shift as they are now.
     TimePoint GetTOC_Host(TimePoint TOC_cam);
 
-    /// Writes a description of the last packet, several lines, to the instance's log; nothing before the first.
+    /// Writes a description of the last packet, several lines, to the instance's log; nothing before the
+    /// first.
     void TraceCurrentPacket();
 
 private:
@@ -111,7 +115,6 @@ private:
     void _WriteLog();
     bool _InfoEnabled() const;
     void _LogInfo(const std::string& message) const;
-    void _LogWithoutId(const std::string& message) const;
     bool _HasRtcpSync() const { return syncPoint_ != nullptr; }
 
     TimePoint TOC_host_last_ = kNotYetSet;
