@@ -1,0 +1,273 @@
+#include "logging/AsynchronousLog.h"
+
+#include "logging/TimeText.h"
+#include "support/CapturingSink.h"
+#include "support/Stamp.h"
+
+#include <log4cpp/threading/Threading.hh>
+
+#include <gtest/gtest.h>
+
+#include <array>
+#include <chrono>
+#include <future>
+#include <memory>
+#include <regex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace camclock::test {
+namespace {
+
+using Lines = std::vector<std::string>;
+
+AsynchronousLog::Message Say(std::string text) {
+    return [text = std::move(text)](std::stringstream& out) { out << text; };
+}
+
+std::string SystemTimeText() {
+    return TimePointToText(std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()),
+                           "%Y-%m-%d %H:%M:%S", true);
+}
+
+/// The time of a stamp, as text.
+std::string StampTime(const std::string& line) {
+    return line.substr(2, 23);
+}
+
+Lines WithoutStamps(const Lines& lines) {
+    Lines result;
+    for (const std::string& line : lines)
+        result.push_back(WithoutStamp(line));
+    return result;
+}
+
+/// Posts until a message is dropped at once, which tells that the log's destruction has begun.
+void PostUntilDropped(AsynchronousLog& log) {
+    for (;;) {
+        const auto token = std::make_shared<int>(0);
+        log.Post([token](std::stringstream& out) { out << "must not be written"; });
+        if (token.use_count() == 1)
+            return;
+        std::this_thread::yield();
+    }
+}
+
+TEST(AsynchronousLog, StampsALineWithTimeAndThread) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    const std::string before = SystemTimeText();
+    log.Post(Say("text"));
+    const std::string after = SystemTimeText();
+    ASSERT_TRUE(lines.WaitFor(1));
+    const std::string line = lines.All()[0];
+    EXPECT_TRUE(std::regex_match(
+        line, std::regex(R"(\[\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} \[[^ \]]+\] \]\] text)")))
+        << line;
+    EXPECT_EQ(line.substr(25), " [" + log4cpp::threading::getThreadId() + "] ]] text");
+    EXPECT_LE(before, StampTime(line));
+    EXPECT_LE(StampTime(line), after);
+}
+
+TEST(AsynchronousLog, StampsTheThreadThatPosted) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    std::string otherId;
+    std::thread other([&] {
+        otherId = log4cpp::threading::getThreadId();
+        log.Post(Say("from another thread"));
+    });
+    other.join();
+    ASSERT_TRUE(lines.WaitFor(1));
+    EXPECT_NE(otherId, log4cpp::threading::getThreadId());
+    EXPECT_EQ(lines.All()[0].substr(25), " [" + otherId + "] ]] from another thread");
+}
+
+TEST(AsynchronousLog, StampsTheTimeOfTheHandOverNotOfTheWriting) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    lines.Hold();
+    log.Post(Say("blocks the worker"));
+    ASSERT_TRUE(lines.WaitFor(1));
+    log.Post(Say("waits"));
+    const std::string after = SystemTimeText();
+    while (SystemTimeText() ==
+           after)  // the log's stamps come from the system clock: the next millisecond will do
+        std::this_thread::yield();
+    lines.Release();
+    ASSERT_TRUE(lines.WaitFor(2));
+    EXPECT_LE(StampTime(lines.All()[1]), after);
+}
+
+TEST(AsynchronousLog, WritesInTheOrderOfThePosts) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    Lines expected;
+    for (int i = 0; i < 1'000; ++i) {
+        expected.push_back("message " + std::to_string(i));
+        log.Post(Say(expected.back()));
+    }
+    ASSERT_TRUE(lines.WaitFor(expected.size()));
+    EXPECT_EQ(WithoutStamps(lines.All()), expected);
+}
+
+TEST(AsynchronousLog, GivesEveryMessageAFreshStream) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    log.Post([](std::stringstream& out) {
+        out << std::hex << 255;
+        out.setstate(std::ios::failbit);
+    });
+    log.Post([](std::stringstream& out) { out << 255; });
+    log.Post([](std::stringstream& out) {
+        out.str(std::string());
+        out << "a message may take the stamp away";
+    });
+    ASSERT_TRUE(lines.WaitFor(3));
+    EXPECT_EQ(WithoutStamp(lines.All()[0]), "ff");
+    EXPECT_EQ(WithoutStamp(lines.All()[1]), "255");
+    EXPECT_EQ(lines.All()[2], "a message may take the stamp away");
+}
+
+TEST(AsynchronousLog, ReleasesAMessageOnceItIsWritten) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    auto value = std::make_shared<int>(7);
+    const std::weak_ptr<int> watched = value;
+    log.Post([value = std::move(value)](std::stringstream& out) { out << *value; });
+    log.Post(Say("next"));  // the worker comes to it after it has let go of the first
+    ASSERT_TRUE(lines.WaitFor(2));
+    EXPECT_TRUE(watched.expired());
+}
+
+TEST(AsynchronousLog, KeepsTheOrderOfEachOfManyThreads) {
+    constexpr int kThreads = 8;
+    constexpr int kMessages = 500;
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&log, t] {
+            for (int i = 0; i < kMessages; ++i)
+                log.Post(Say(std::to_string(t) + " " + std::to_string(i)));
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    ASSERT_TRUE(lines.WaitFor(kThreads * kMessages));
+    std::array<int, kThreads> next{};
+    for (const std::string& line : WithoutStamps(lines.All())) {
+        const std::size_t blank = line.find(' ');
+        int& expected = next[std::stoul(line.substr(0, blank))];
+        ASSERT_EQ(std::stoi(line.substr(blank + 1)), expected) << line;
+        ++expected;
+    }
+    for (const int count : next)
+        EXPECT_EQ(count, kMessages);
+}
+
+TEST(AsynchronousLog, ASlowSinkBlocksNoPoster) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    lines.Hold();
+    log.Post(Say("blocks the worker"));
+    ASSERT_TRUE(lines.WaitFor(1));
+    for (int i = 0; i < 1'000; ++i)
+        log.Post(Say("more"));  // returns while the sink is still busy
+    EXPECT_EQ(lines.All().size(), 1U);
+    lines.Release();
+    EXPECT_TRUE(lines.WaitFor(1'001));
+}
+
+TEST(AsynchronousLog, DestructionDropsWhatIsQueuedAndCompletesTheBatchInHand) {
+    CapturedLines lines;
+    auto log = std::make_unique<AsynchronousLog>(new CapturingSink(lines));
+    lines.Hold();
+    log->Post(Say("A"));
+    ASSERT_TRUE(lines.WaitFor(1));
+    // The worker is busy with A, so that the next three make one batch.
+    log->Post(Say("B"));
+    log->Post(Say("C"));
+    log->Post(Say("D"));
+    lines.Permit(1);
+    ASSERT_TRUE(lines.WaitFor(2));
+    const auto token = std::make_shared<int>(0);
+    log->Post([token](std::stringstream& out) { out << "E"; });
+
+    AsynchronousLog& dying = *log;
+    std::thread destroyer([&log] { log.reset(); });
+    PostUntilDropped(dying);
+    EXPECT_EQ(token.use_count(), 2) << "queued, and neither run nor dropped yet";
+    lines.Release();
+    destroyer.join();
+    EXPECT_EQ(WithoutStamps(lines.All()), (Lines{"A", "B", "C", "D"}));
+    EXPECT_EQ(token.use_count(), 1) << "dropped with the queue";
+}
+
+TEST(AsynchronousLog, DestructionOfABusyLogWritesNoneOfTheQueued) {
+    CapturedLines lines;
+    auto log = std::make_unique<AsynchronousLog>(new CapturingSink(lines));
+    lines.Hold();
+    log->Post(Say("in hand"));
+    ASSERT_TRUE(lines.WaitFor(1));
+    for (int i = 0; i < 100; ++i)
+        log->Post(Say("queued"));
+    AsynchronousLog& dying = *log;
+    std::thread destroyer([&log] { log.reset(); });
+    PostUntilDropped(dying);
+    lines.Release();
+    destroyer.join();
+    EXPECT_EQ(WithoutStamps(lines.All()), Lines{"in hand"});
+}
+
+TEST(AsynchronousLog, DestroysItsSinkAfterTheLastWrite) {
+    class WatchedSink : public LogWrap {
+    public:
+        explicit WatchedSink(std::shared_ptr<std::promise<void>> destroyed)
+            : destroyed_(std::move(destroyed)) {}
+        ~WatchedSink() override { destroyed_->set_value(); }
+        void Write(std::stringstream&) override {}
+
+    private:
+        std::shared_ptr<std::promise<void>> destroyed_;
+    };
+    const auto destroyed = std::make_shared<std::promise<void>>();
+    std::future<void> done = destroyed->get_future();
+    {
+        AsynchronousLog log(new WatchedSink(destroyed));
+        log.Post(Say("text"));
+        EXPECT_EQ(done.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    }
+    EXPECT_EQ(done.wait_for(std::chrono::seconds(0)), std::future_status::ready);
+}
+
+TEST(AsynchronousLog, ManyLogsStartAndEndAtOnce) {
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([] {
+            for (int i = 0; i < 50; ++i) {
+                CapturedLines lines;
+                AsynchronousLog log(new CapturingSink(lines));
+                log.Post(Say("text"));
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
+TEST(AsynchronousLog, AnEmptyMessageEndsTheProcess) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(
+        {
+            CapturedLines lines;
+            AsynchronousLog log(new CapturingSink(lines));
+            log.Post(AsynchronousLog::Message());
+            lines.WaitFor(1);
+        },
+        "bad_function_call");
+}
+
+}  // namespace
+}  // namespace camclock::test
