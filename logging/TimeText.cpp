@@ -66,8 +66,9 @@ void PutTwoDigits(char* place, int value) {
 /// The text of the last second that this thread wrote. Log lines come in order, so the calendar is asked once
 /// a second, not once a line.
 struct LastSecond {
-    std::int64_t seconds = -1;
-    std::array<char, 19> text{};  // 2031-04-05 14:07:09
+    std::int64_t seconds =
+        kNotYetSet.time_since_epoch().count();  // no time's seconds, not even one before 1970
+    std::array<char, 19> text{};                // 2031-04-05 14:07:09
 };
 
 }  // namespace
