@@ -5,6 +5,8 @@
 #include <log4cpp/threading/Threading.hh>
 
 #include <chrono>
+#include <locale>
+#include <optional>
 #include <utility>
 
 namespace camclock {
@@ -18,6 +20,29 @@ const std::string& ThreadId() {
     return id;
 }
 
+/// A string stream that every message finds fresh. Making one costs more than most messages, so the last one
+/// is emptied and used again, unless a message has changed how it formats.
+class MessageStream {
+public:
+    std::stringstream& Fresh() {
+        if (!stream_ || !_IsUnchanged())
+            stream_.emplace();
+        stream_->str(std::string());
+        stream_->clear();
+        return *stream_;
+    }
+
+private:
+    bool _IsUnchanged() const {
+        return stream_->flags() == (std::ios_base::skipws | std::ios_base::dec) &&
+               stream_->precision() == 6 && stream_->width() == 0 && stream_->fill() == ' ' &&
+               stream_->exceptions() == std::ios_base::goodbit && stream_->tie() == nullptr &&
+               stream_->getloc() == std::locale();
+    }
+
+    std::optional<std::stringstream> stream_;
+};
+
 }  // namespace
 
 AsynchronousLog::AsynchronousLog(LogWrap* sink)
@@ -30,46 +55,42 @@ AsynchronousLog::~AsynchronousLog() {
     worker_.join();
 }
 
-void AsynchronousLog::Post(Message message) {
-    if (!running_)
-        return;
+void AsynchronousLog::Post(std::function<void(std::stringstream&)> message) {
+    Post([message = std::move(message)](std::stringstream& out) { message(out); });
+}
+
+AsynchronousLog::Stamp AsynchronousLog::_StampNow() {
     // Log stamps come from the system clock, not from the settable process clock: they belong to the machine.
-    Entry entry{std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), std::move(message),
-                ThreadId()};
-    const std::lock_guard<std::mutex> guard(queueMutex_);
-    queue_.push_back(std::move(entry));
+    return {std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), ThreadId()};
 }
 
 void AsynchronousLog::_Run() {
-    std::vector<Entry> batch;
+    EntryQueue<Entry>::Batch batch;
     while (running_) {
         {
             const std::lock_guard<std::mutex> guard(queueMutex_);
-            queue_.swap(batch);  // the emptied memory goes back and forth, so that a busy log allocates none
+            queue_.Recycle(std::move(batch));
+            batch = queue_.TakeAll();
         }
-        if (batch.empty())
+        if (batch.Empty())
             std::this_thread::sleep_for(kPollInterval);
         else
             _WriteBatch(batch);
     }
 }
 
-void AsynchronousLog::_WriteBatch(std::vector<Entry>& batch) {
-    std::string stamp;
-    for (Entry& entry : batch) {
-        stamp.clear();
-        AppendText(stamp, "[[");
-        AppendLogTime(stamp, entry.postedAt);
-        AppendText(stamp, " [");
-        AppendText(stamp, entry.threadId);
-        AppendText(stamp, "] ]] ");
-        std::stringstream stream;
-        stream.write(stamp.data(), static_cast<std::streamsize>(stamp.size()));
-        entry.message(stream);
-        sink_->Write(stream);
-        entry = Entry{};
+void AsynchronousLog::_WriteBatch(EntryQueue<Entry>::Batch& batch) {
+    MessageStream stream;
+    for (auto* block = batch.first.get(); block != nullptr; block = block->next.get()) {
+        for (std::size_t i = 0; i < block->used; ++i) {
+            Entry& entry = block->entries[i];
+            std::stringstream& out = stream.Fresh();
+            Print(out, "[[", entry.postedAt, " [", entry.threadId, "] ]] ");
+            entry.message.Run(out);
+            sink_->Write(out);
+            entry.message.Clear();
+        }
     }
-    batch.clear();
 }
 
 }  // namespace camclock

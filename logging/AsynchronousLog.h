@@ -1,6 +1,8 @@
 #pragma once
 
+#include "logging/EntryQueue.h"
 #include "logging/LogWrap.h"
+#include "logging/MessageSlot.h"
 
 #include <camclock/TimePoint.h>
 
@@ -10,7 +12,8 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
+#include <type_traits>
+#include <utility>
 
 namespace camclock {
 
@@ -26,9 +29,6 @@ namespace camclock {
 /// no last flush, so that the end of a session never waits for a slow disk.
 class AsynchronousLog {
 public:
-    /// Writes one message. It runs later, on the worker: it captures by value everything that it prints.
-    using Message = std::function<void(std::stringstream&)>;
-
     /// Takes `sink` over, which is not null. Throws `std::system_error` when no thread can be started.
     explicit AsynchronousLog(LogWrap* sink);
 
@@ -38,25 +38,48 @@ public:
     AsynchronousLog(const AsynchronousLog&) = delete;
     AsynchronousLog& operator=(const AsynchronousLog&) = delete;
 
-    /// Hands a message over. Messages of one thread are written in the order of their posts. An empty
-    /// callable ends the process on the worker, as `std::bad_function_call`.
-    void Post(Message message);
+    /// Hands a message over: a callable that writes its text into the stream it is given. It runs later, on
+    /// the worker, and so captures by value everything that it prints. Messages of one thread are written in
+    /// the order of their posts.
+    template <class Message,
+              std::enable_if_t<std::is_invocable_v<std::decay_t<Message>&, std::stringstream&>, int> = 0>
+    void Post(Message&& message) {
+        if (!running_)
+            return;
+        const Stamp stamp = _StampNow();
+        const std::lock_guard<std::mutex> guard(queueMutex_);
+        Entry& entry = queue_.Next();
+        entry.message.Put(std::forward<Message>(message));
+        entry.postedAt = stamp.time;
+        entry.threadId = stamp.threadId;
+        queue_.Commit();
+    }
+
+    /// The same for what only converts to a callable. An empty one ends the process on the worker, as
+    /// `std::bad_function_call`.
+    void Post(std::function<void(std::stringstream&)> message);
 
 private:
-    struct Entry {
-        TimePoint postedAt;  // system clock
-        Message message;
-        std::string threadId;
+    struct Stamp {
+        TimePoint time;
+        const std::string& threadId;  // of the calling thread
     };
 
+    struct Entry {
+        TimePoint postedAt;  // system clock
+        std::string threadId;
+        MessageSlot message;
+    };
+
+    static Stamp _StampNow();
     void _Run();
-    void _WriteBatch(std::vector<Entry>& batch);
+    void _WriteBatch(EntryQueue<Entry>::Batch& batch);
 
     std::unique_ptr<LogWrap> sink_;
     std::atomic<bool> running_{true};
     std::mutex queueMutex_;
-    std::vector<Entry> queue_;  // guarded by queueMutex_
-    std::thread worker_;        // last: everything it uses is made before it starts
+    EntryQueue<Entry> queue_;  // guarded by queueMutex_
+    std::thread worker_;       // last: everything it uses is made before it starts
 };
 
 }  // namespace camclock

@@ -2,14 +2,16 @@
 
 #include "util/Arithmetic.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <ctime>
+#include <string_view>
 
 namespace camclock {
 namespace {
 
-constexpr const char* kInvalid = "Invalid timepoint";
+constexpr std::string_view kInvalid = "Invalid timepoint";
 
 /// The last second that the target's UTC conversion accepts, some hours into the year 3001. Other platforms
 /// stop there too, so that a log reads the same everywhere.
@@ -52,15 +54,25 @@ SecondsAndMilliseconds Split(TimePoint time) {
     return {(ticks - milliseconds * kTicksPerMillisecond) / kTicksPerSecond, milliseconds};
 }
 
-void AppendMilliseconds(std::string& text, std::int64_t milliseconds) {
-    std::array<char, 50> buffer;
-    std::snprintf(buffer.data(), buffer.size(), ".%03d", static_cast<int>(milliseconds));
-    text += buffer.data();
+/// "%02d" or "%03d" of a number that needs no more digits.
+void PutDigits(char* place, int digits, int value) {
+    while (digits-- > 0) {
+        place[digits] = static_cast<char>('0' + value % 10);
+        value /= 10;
+    }
 }
 
-void PutTwoDigits(char* place, int value) {
-    place[0] = static_cast<char>('0' + value / 10);
-    place[1] = static_cast<char>('0' + value % 10);
+/// ".%03d" of the milliseconds, -999 ... 999; returns the end. The minus takes one of the three places.
+char* PutMilliseconds(char* place, std::int64_t milliseconds) {
+    *place++ = '.';
+    const int value = static_cast<int>(milliseconds < 0 ? -milliseconds : milliseconds);
+    int digits = 3;
+    if (milliseconds < 0) {
+        *place++ = '-';
+        digits = value < 100 ? 2 : 3;
+    }
+    PutDigits(place, digits, value);
+    return place + digits;
 }
 
 /// The text of the last second that this thread wrote. Log lines come in order, so the calendar is asked once
@@ -79,47 +91,36 @@ std::string TimePointToText(TimePoint time, std::string format, bool withMillise
                          : SecondsAndMilliseconds{time.time_since_epoch().count() / kTicksPerSecond, 0};
     std::tm parts{};
     if (!BreakDownUtc(split.seconds, parts))
-        return kInvalid;
+        return std::string(kInvalid);
     std::array<char, 100> buffer;
     std::string text(buffer.data(), std::strftime(buffer.data(), buffer.size(), format.c_str(), &parts));
-    if (withMilliseconds)
-        AppendMilliseconds(text, split.milliseconds);
+    if (withMilliseconds) {
+        std::array<char, 8> milliseconds;
+        text.append(milliseconds.data(), PutMilliseconds(milliseconds.data(), split.milliseconds));
+    }
     return text;
 }
 
-void AppendLogTime(std::string& text, TimePoint time) {
+char* WriteLogTime(char* place, TimePoint time) {
     thread_local LastSecond last;
     const SecondsAndMilliseconds split = Split(time);
     if (split.seconds != last.seconds) {
         std::tm parts{};
-        if (!BreakDownUtc(split.seconds, parts)) {
-            text += kInvalid;
-            return;
-        }
+        if (!BreakDownUtc(split.seconds, parts))
+            return std::copy_n(kInvalid.data(), kInvalid.size(), place);
         last.seconds = split.seconds;
-        char* const place = last.text.data();
-        const int year = parts.tm_year + 1900;
-        PutTwoDigits(place, year / 100);
-        PutTwoDigits(place + 2, year % 100);
-        place[4] = place[7] = '-';
-        PutTwoDigits(place + 5, parts.tm_mon + 1);
-        PutTwoDigits(place + 8, parts.tm_mday);
-        place[10] = ' ';
-        PutTwoDigits(place + 11, parts.tm_hour);
-        place[13] = place[16] = ':';
-        PutTwoDigits(place + 14, parts.tm_min);
-        PutTwoDigits(place + 17, parts.tm_sec);
+        char* const text = last.text.data();
+        PutDigits(text, 4, parts.tm_year + 1900);
+        text[4] = text[7] = '-';
+        PutDigits(text + 5, 2, parts.tm_mon + 1);
+        PutDigits(text + 8, 2, parts.tm_mday);
+        text[10] = ' ';
+        PutDigits(text + 11, 2, parts.tm_hour);
+        text[13] = text[16] = ':';
+        PutDigits(text + 14, 2, parts.tm_min);
+        PutDigits(text + 17, 2, parts.tm_sec);
     }
-    text.append(last.text.data(), last.text.size());
-    if (split.milliseconds < 0) {
-        AppendMilliseconds(text, split.milliseconds);  // the last second before 1970
-        return;
-    }
-    const auto milliseconds = static_cast<int>(split.milliseconds);
-    const char digits[4] = {'.', static_cast<char>('0' + milliseconds / 100),
-                            static_cast<char>('0' + milliseconds / 10 % 10),
-                            static_cast<char>('0' + milliseconds % 10)};
-    text.append(digits, sizeof digits);
+    return PutMilliseconds(std::copy(last.text.begin(), last.text.end(), place), split.milliseconds);
 }
 
 DurationPair NormalizeDuration(DurationPair duration) {

@@ -2,6 +2,7 @@
 
 #include <camclock/TimePoint.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -18,8 +19,13 @@ struct DurationPair {
 /// seconds before 1970 or past the calendar's reach, which ends in the year 3001 on every platform.
 std::string TimePointToText(TimePoint time, std::string format, bool withMilliseconds);
 
-/// Appends what `TimePointToText(time, "%Y-%m-%d %H:%M:%S", true)` gives, the form of every logged time.
-void AppendLogTime(std::string& text, TimePoint time);
+/// What every logged time looks like: 2031-04-05 14:07:09.042, always UTC.
+inline constexpr const char* kLogTimeFormat = "%Y-%m-%d %H:%M:%S";
+
+/// Writes what `TimePointToText(time, kLogTimeFormat, true)` gives, without a closing zero, to a place with
+/// room for `kLongestLogTime` characters; returns the end.
+char* WriteLogTime(char* place, TimePoint time);
+inline constexpr std::size_t kLongestLogTime = 32;
 
 /// Carries the microseconds into the seconds, so that they lie in 0 ... 999,999.
 DurationPair NormalizeDuration(DurationPair duration);

@@ -46,14 +46,14 @@ void TimeFilterInstance::_ReportBadEstimate() {
         TraceCurrentPacket();  // while it still shows the bad estimate
         const std::int64_t excess_ms = TicksBetween(timingData_->TOR_host, TOC_host_) / kTicksPerMillisecond;
         log_->Post([id = streamId_, excess_ms, packetCount = packetCount_](std::stringstream& out) {
-            out << Text(id, "Bad estimate; TOC_host: ", excess_ms, " [ms] After TOR_host, pkt: ", packetCount,
-                        "\n\tSetting TOC_host = TOR_host !");
+            Print(out, id, "Bad estimate; TOC_host: ", excess_ms, " [ms] After TOR_host, pkt: ", packetCount,
+                  "\n\tSetting TOC_host = TOR_host !");
         });
     }
     if (badEstimatesInARow_ == badEstimatesInARowLimit_) {
         log_->Post([id = streamId_, limit = badEstimatesInARowLimit_](std::stringstream& out) {
-            out << Text(id, "Bad estimates after sync more than ", limit, " in a row",
-                        " ... Degrading trust for this host");
+            Print(out, id, "Bad estimates after sync more than ", limit, " in a row",
+                  " ... Degrading trust for this host");
         });
     }
     ++badEstimatesInARow_;

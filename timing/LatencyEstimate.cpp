@@ -31,9 +31,9 @@ void TimeFilterInstance::_RunEstimate() {
         // (LatencyEstimate.ProbingMessagePrintsLatencyLessD).
         log_->Post([id = streamId_, latencyLessD_ms = WrappingSubtract(latency_ms, D_ms),
                     D_hat_ms = D_hat_ms_, D_ms](std::stringstream& out) {
-            out << Text(id, "\tStream median latency estimate [ms]: ", latencyLessD_ms, "\n",
-                        "\tD_hat: ", D_hat_ms, " [ms]\n", "\tD: ", D_ms, " [ms]\n",
-                        "\tD - D_hat: ", WrappingSubtract(D_ms, D_hat_ms), " [ms]\n");
+            Print(out, id, "\tStream median latency estimate [ms]: ", latencyLessD_ms, "\n",
+                  "\tD_hat: ", D_hat_ms, " [ms]\n", "\tD: ", D_ms, " [ms]\n",
+                  "\tD - D_hat: ", WrappingSubtract(D_ms, D_hat_ms), " [ms]\n");
         });
     }
     ++estimateCount_;

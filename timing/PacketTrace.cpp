@@ -16,14 +16,13 @@ void TimeFilterInstance::TraceCurrentPacket() {
                 trustIndex = trustIndex_, badEstimateCount = badEstimateCount_](std::stringstream& out) {
         const DurationPair live_pts = NormalizeDuration({packet.LivePts_tv_sec, packet.LivePts_tv_usec});
         // Deliberate: no line break after D_uncert (PacketTrace.UncertaintyAndKeyframeShareALine).
-        out << Text(id, "\n", "\tPacket #", packetCount, "\n", "\tRTP_ts: ", packet.RTP_ts, "\n",
-                    "\tRTP_freq: ", packet.RTPFreq, "\n", "\tRTCP_sync: ", packet.RTCP_sync, "\n",
-                    "\tLive_pts: ", DurationToText(live_pts), "\n", "\tTOC_cam: ", TOC_cam, "\n",
-                    "\tTOC_host: ", TOC_host, "\n", "\tTOR_host: ", packet.TOR_host, "\n", "\tD: ", D_ms,
-                    "[ms]\n", "\tD_uncert: ", D_uncert_us, "[us]",
-                    "\tIsKeyframe: ", frameType == MediaPacket::kFrameI, "\n",
-                    "\tCurrent estimation quality: ", trustIndex == MediaPacket::kTrustGood ? "Good" : "Bad",
-                    "\n", "\tBad estimate count: ", badEstimateCount, "\n");
+        Print(out, id, "\n", "\tPacket #", packetCount, "\n", "\tRTP_ts: ", packet.RTP_ts, "\n",
+              "\tRTP_freq: ", packet.RTPFreq, "\n", "\tRTCP_sync: ", packet.RTCP_sync, "\n",
+              "\tLive_pts: ", DurationToText(live_pts), "\n", "\tTOC_cam: ", TOC_cam, "\n",
+              "\tTOC_host: ", TOC_host, "\n", "\tTOR_host: ", packet.TOR_host, "\n", "\tD: ", D_ms, "[ms]\n",
+              "\tD_uncert: ", D_uncert_us, "[us]", "\tIsKeyframe: ", frameType == MediaPacket::kFrameI, "\n",
+              "\tCurrent estimation quality: ", trustIndex == MediaPacket::kTrustGood ? "Good" : "Bad", "\n",
+              "\tBad estimate count: ", badEstimateCount, "\n");
     });
 }
 

@@ -23,10 +23,11 @@ struct ReportText {
     TimePoint capturedAt;
     std::int64_t change_ms;
 
-    std::string operator()() const {
-        return Text(streamId, "RTCP report #", syncCount, " ;  remote reports frame ", SyncRTP,
-                    " captured at: ", capturedAt, ". This moves subsequent estimates ", change_ms,
-                    "[ms] to the future");
+    template <class... Before>
+    void PrintTo(std::ostream& out, const Before&... before) const {
+        Print(out, before..., streamId, "RTCP report #", syncCount, " ;  remote reports frame ", SyncRTP,
+              " captured at: ", capturedAt, ". This moves subsequent estimates ", change_ms,
+              "[ms] to the future");
     }
 };
 
@@ -71,7 +72,7 @@ void TimeFilterInstance::UpdateSyncInfo(std::shared_ptr<SyncPoint> sync) {
             // (UpdateSyncInfo.ChangeMessagePrintsThePreviousReportsTime).
             const ReportText text{streamId_, syncCount_, sync->SyncRTP, syncPoint_->syncTime, change_ms};
             log_->Post([text](std::stringstream& out) {
-                out << text.streamId << "New RTCP has introduced change !\n" << text();
+                text.PrintTo(out, text.streamId, "New RTCP has introduced change !\n");
             });
         }
     }
@@ -80,7 +81,7 @@ void TimeFilterInstance::UpdateSyncInfo(std::shared_ptr<SyncPoint> sync) {
 
     if (syncCount_ % kReportsPerMessage == 0 || syncCount_ == 1) {
         const ReportText text{streamId_, syncCount_, syncPoint_->SyncRTP, syncPoint_->syncTime, change_ms};
-        log_->Post([text](std::stringstream& out) { out << text(); });
+        log_->Post([text](std::stringstream& out) { text.PrintTo(out); });
     }
     if (syncCount_ == 1)
         _InitStablePts();

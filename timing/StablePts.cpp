@@ -25,7 +25,7 @@ void TimeFilterInstance::_UpdateStablePts() {
         timeFilter_.SetStablePtst0(toc, _HasRtcpSync());
         log_->Post([id = streamId_, packetCount = packetCount_, t0 = timeFilter_.GetStablePtsT0(true),
                     pts = stablePts_](std::stringstream& out) {
-            out << Text(id, " Packet #", packetCount, ", Stable pts initialized; T0: ", t0, ", Pts0: ", pts);
+            Print(out, id, " Packet #", packetCount, ", Stable pts initialized; T0: ", t0, ", Pts0: ", pts);
         });
         return;
     }
@@ -47,8 +47,8 @@ void TimeFilterInstance::_UpdateStablePts() {
     } else {
         log_->Post(
             [id = streamId_, step_ms = step_us / 1'000, packetCount = packetCount_](std::stringstream& out) {
-                out << Text(id, "ERROR !! Stable pts ", step_ms, " [ms] ahead of last frame", ", Packet #",
-                            packetCount);
+                Print(out, id, "ERROR !! Stable pts ", step_ms, " [ms] ahead of last frame", ", Packet #",
+                      packetCount);
             });
         ++stablePtsErrors_;
         if (stablePtsErrors_ >= kErrorsUntilShutdown) {
@@ -64,16 +64,16 @@ void TimeFilterInstance::_UpdateStablePts() {
         // (StablePts.InfoPrintsMicrosecondsUnderAMillisecondLabel).
         log_->Post([id = streamId_, packetCount = packetCount_, t0, toc, elapsed_us,
                     pts = stablePts_](std::stringstream& out) {
-            out << Text(id, "StablePTsInfo: ", "Packet #", packetCount, "\n", "\tT0: ", t0, "\n",
-                        "\tTOC: ", toc, "\n", "\tElapsed since begin: ", elapsed_us, "[ms]\n",
-                        "\tstablePts: ", pts, "\n");
+            Print(out, id, "StablePTsInfo: ", "Packet #", packetCount, "\n", "\tT0: ", t0, "\n",
+                  "\tTOC: ", toc, "\n", "\tElapsed since begin: ", elapsed_us, "[ms]\n", "\tstablePts: ", pts,
+                  "\n");
         });
     }
     if (packetCount_ % kPacketsPerMessage == 0) {
         log_->Post([id = streamId_, packetCount = packetCount_, elapsed_ms = elapsed_us / 1'000,
                     pts = stablePts_](std::stringstream& out) {
-            out << Text(id, "Packet #", packetCount, " , ", "Stable pts progress: elapsed ", elapsed_ms,
-                        "[ms] ", " Pts: ", pts);
+            Print(out, id, "Packet #", packetCount, " , ", "Stable pts progress: elapsed ", elapsed_ms,
+                  "[ms] ", " Pts: ", pts);
         });
     }
 }
@@ -96,8 +96,8 @@ void TimeFilterInstance::_InitStablePts() {
     if (change_ms == 0)
         return;
     log_->Post([id = streamId_, oldT0, newT0, change_ms](std::stringstream& out) {
-        out << Text(id, "A new stablePts T0 found \n", "\tprevious: ", oldT0, "\n", "\tnew: ", newT0, "\n",
-                    "\tdifference:", change_ms, "[ms]");
+        Print(out, id, "A new stablePts T0 found \n", "\tprevious: ", oldT0, "\n", "\tnew: ", newT0, "\n",
+              "\tdifference:", change_ms, "[ms]");
     });
     timeFilter_.SetStablePtst0(newT0, _HasRtcpSync());
 }

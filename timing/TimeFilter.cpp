@@ -64,8 +64,8 @@ void TimeFilter::CheckPollDifference(std::chrono::milliseconds expected) {
     std::uint32_t none = 0;
     if (probeFailures_.compare_exchange_strong(none, 1)) {  // so that of several threads one gives notice
         log_->Post([expected_ms = expected.count()](std::stringstream& out) {
-            out << Text("Time probe has not been created.",
-                        " Differnece estimate falls back to expected value of: ", expected_ms, "[ms]");
+            Print(out, "Time probe has not been created.",
+                  " Differnece estimate falls back to expected value of: ", expected_ms, "[ms]");
         });
     }
     D_.exchange(expected.count());
@@ -114,7 +114,7 @@ void TimeFilter::SetStablePtst0(TimePoint t0, bool rtcpSync) {
     stablePtsT0_ = t0;
     stablePtsT0Locked_ = rtcpSync;
     log_->Post([t0, rtcpSync](std::stringstream& out) {
-        out << Text("New stablePts T0 set: ", t0, " RTCP sync: ", rtcpSync);
+        Print(out, "New stablePts T0 set: ", t0, " RTCP sync: ", rtcpSync);
     });
 }
 

@@ -13,15 +13,14 @@ std::int64_t MillisecondsSince1970(TimePoint time) {
     return time.time_since_epoch().count() / kTicksPerMillisecond;
 }
 
-/// One row of the timing log, in the order of kTimingLogHeader: every field, the last too, is followed by ",
-/// ".
+/// Writes one row of the timing log, in the order of kTimingLogHeader: every field, the last too, is followed
+/// by ", ".
 template <class... Fields>
-std::string Row(const Fields&... fields) {
-    std::string text;
-    text.reserve(256);
-    ((AppendText(text, fields), AppendText(text, ", ")), ...);
-    AppendText(text, "\n");
-    return text;
+void PrintRow(std::ostream& out, const Fields&... fields) {
+    TextBuilder row;
+    ((row.Append(fields), row.Append(", ")), ...);
+    row.Append('\n');
+    row.WriteTo(out);
 }
 
 }  // namespace
@@ -36,11 +35,11 @@ void TimeFilterInstance::_WriteLog() {
          D_hat_ms = D_hat_ms_, meanLatency_ms = meanLatency_ms_,
          frameType = frameType_](std::stringstream& out) {
             out.str(std::string());  // a row carries no stamp
-            out << Row(id, packet.SSRC, packet.RTP_ts, packet.RTPFreq, packet.RTPSeqnum,
-                       packet.LiveTOR_tv_sec, packet.LiveTOR_tv_usec, packet.LivePts_tv_sec,
-                       packet.LivePts_tv_usec, TOR_host_ms, static_cast<std::int32_t>(frameType),
-                       sync.SyncRTP, sync.SyncNTPmsw, sync.SyncNTPlsw, sync.SyncSSRC, TOC_cam_ms, D_ms,
-                       D_uncert_us, D_hat_ms, meanLatency_ms);
+            PrintRow(out, id, packet.SSRC, packet.RTP_ts, packet.RTPFreq, packet.RTPSeqnum,
+                     packet.LiveTOR_tv_sec, packet.LiveTOR_tv_usec, packet.LivePts_tv_sec,
+                     packet.LivePts_tv_usec, TOR_host_ms, static_cast<std::int32_t>(frameType), sync.SyncRTP,
+                     sync.SyncNTPmsw, sync.SyncNTPlsw, sync.SyncSSRC, TOC_cam_ms, D_ms, D_uncert_us, D_hat_ms,
+                     meanLatency_ms);
         });
 }
 
