@@ -1,0 +1,105 @@
+#include "Check.h"
+#include "logging/Text.h"
+#include "plain/PlainTimeText.h"
+#include "util/PerfCounter.h"
+
+#include <camclock/Utilities.h>
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <ctime>
+#include <mutex>
+
+#if defined(CAMCLOCK_BENCH_SPDLOG)
+#include <spdlog/pattern_formatter.h>
+#endif
+
+namespace camclock::bench {
+namespace {
+
+void ProcessClock(benchmark::State& state) {
+    Utilities& clock = Utilities::getInstance();
+    clock.AnchorToSystemClock();
+    for (auto _ : state)
+        benchmark::DoNotOptimize(clock.GetTime());
+}
+BENCHMARK(ProcessClock)->Name("get_time/camclock");
+
+void PlainClock(benchmark::State& state) {
+    std::mutex mutex;
+    TimePoint base{};
+    const std::int64_t reference = std::chrono::steady_clock::now().time_since_epoch().count();
+    for (auto _ : state) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        const std::int64_t count = std::chrono::steady_clock::now().time_since_epoch().count();
+        const auto frequency = static_cast<double>(std::chrono::steady_clock::period::den);
+        const auto milliseconds =
+            static_cast<std::int64_t>(static_cast<double>(count - reference) / frequency * 1000.0 + 0.5);
+        benchmark::DoNotOptimize(base + std::chrono::milliseconds(milliseconds));
+    }
+}
+BENCHMARK(PlainClock)->Name("get_time/plain");
+
+void ClockGettime(benchmark::State& state) {
+    timespec time{};
+    for (auto _ : state) {
+        clock_gettime(CLOCK_REALTIME, &time);
+        benchmark::DoNotOptimize(time);
+    }
+}
+BENCHMARK(ClockGettime)->Name("get_time/clock_gettime");
+
+// ---- the text of a time: a log line every 400 us
+// ------------------------------------------------------------------
+
+constexpr TimePoint kStart{Ticks(17'951'232'123'456'789)};
+constexpr Ticks kStep{4'000};
+
+void LogTimeText(benchmark::State& state) {
+    TimePoint time = kStart;
+    char text[kLongestLogTime];
+    for (auto _ : state) {
+        benchmark::DoNotOptimize(WriteLogTime(text, time += kStep));
+        benchmark::ClobberMemory();
+    }
+}
+BENCHMARK(LogTimeText)->Name("time_text/camclock");
+
+void PlainText(benchmark::State& state) {
+    TimePoint time = kStart;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(PlainTimeText(time += kStep, kLogTimeFormat));
+}
+BENCHMARK(PlainText)->Name("time_text/plain");
+
+#if defined(CAMCLOCK_BENCH_SPDLOG)
+void SpdlogText(benchmark::State& state) {
+    spdlog::pattern_formatter formatter("%Y-%m-%d %H:%M:%S.%e", spdlog::pattern_time_type::utc, "");
+    spdlog::details::log_msg message("bench", spdlog::level::info, "");
+    TimePoint time = kStart;
+    spdlog::memory_buf_t text;
+    for (auto _ : state) {
+        message.time = std::chrono::time_point_cast<std::chrono::system_clock::duration>(time += kStep);
+        text.clear();
+        formatter.format(message, text);
+        benchmark::DoNotOptimize(text.data());
+    }
+}
+BENCHMARK(SpdlogText)->Name("time_text/spdlog");
+#endif
+
+std::string TimeTextsAgree() {
+    TimePoint time{};
+    for (int i = 0; i < 100'000; ++i, time += Ticks(2'345'678'901'237)) {
+        const std::string text = Text(time);
+        if (text != PlainTimeText(time, kLogTimeFormat) ||
+            text != TimePointToText(time, kLogTimeFormat, true))
+            return text;
+    }
+    return {};
+}
+const RegisterCheck timeTextsAgree("time_text", TimeTextsAgree);
+
+}  // namespace
+}  // namespace camclock::bench
