@@ -1,0 +1,21 @@
+# Sourced by the scripts beside this folder: goes to the repository's root and brings the packages' helpers.
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+source scripts/lib/packages.sh
+
+# A second build of the same sources costs next to nothing with ccache; without it nothing changes.
+if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ] && command -v ccache >/dev/null; then
+  export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+fi
+
+# build PRESET [TARGET...]: configures and builds; prints the compiler's output only when something goes wrong.
+build() {
+  local preset=$1 log=build/$1.log
+  shift
+  mkdir -p build
+  echo "camclock: building preset $preset (log: $log)"
+  if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1 </dev/null; then
+    tail -n 60 "$log" >&2
+    echo "camclock: preset $preset does not build (the end of $log stands above)" >&2
+    return 1
+  fi
+}
