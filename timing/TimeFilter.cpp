@@ -156,7 +156,7 @@ void TimeFilter::CloseTimeProbing() {
     _LogInfo("Done waiting for probe tasks");
 }
 
-bool TimeFilter::_InfoEnabled() const {
+bool TimeFilter::_InfoEnabled() {
     return InfoEnabled(categories::TimeFilter());
 }
 

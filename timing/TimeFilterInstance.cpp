@@ -73,19 +73,19 @@ std::string TimeFilterInstance::GetStreamId() const {
     return streamId_;
 }
 
-MediaPacket::TimeEstimateTrustIndex TimeFilterInstance::GetCurrentEstimationQuality() {
+MediaPacket::TimeEstimateTrustIndex TimeFilterInstance::GetCurrentEstimationQuality() const {
     return trustIndex_;
 }
 
-TimePoint TimeFilterInstance::GetCurrentTOC_Host() {
+TimePoint TimeFilterInstance::GetCurrentTOC_Host() const {
     return TOC_host_;
 }
 
-std::int64_t TimeFilterInstance::GetCurrentStablePTS() {
+std::int64_t TimeFilterInstance::GetCurrentStablePTS() const {
     return stablePts_;
 }
 
-bool TimeFilterInstance::_InfoEnabled() const {
+bool TimeFilterInstance::_InfoEnabled() {
     return InfoEnabled(categories::TimeFilterInstance());
 }
 

@@ -2,11 +2,9 @@
 
 #include <cstdint>
 
-namespace camclock {
-
 /// Small enumerations shared by the timing classes, the stream header parsers and the application's packet
 /// record.
-namespace MediaPacket {
+namespace camclock::MediaPacket {
 
 /// How far the host's time of capture of a packet can be trusted.
 enum TimeEstimateTrustIndex : std::int32_t {
@@ -36,5 +34,4 @@ enum PixelFormat : std::int32_t {
     kPixel444 = 4,
 };
 
-}  // namespace MediaPacket
-}  // namespace camclock
+}  // namespace camclock::MediaPacket

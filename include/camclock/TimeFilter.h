@@ -122,7 +122,7 @@ public:
     void CloseTimeProbing();
 
 private:
-    bool _InfoEnabled() const;
+    static bool _InfoEnabled();
     void _LogInfo(const std::string& message) const;
 
     // Destroyed from the last to the first: the application's callables go before the logs that may still

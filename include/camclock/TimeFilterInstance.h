@@ -55,14 +55,14 @@ public:
     std::string GetStreamId() const;
 
     /// Trust in the last packet's `TOC_host`.
-    MediaPacket::TimeEstimateTrustIndex GetCurrentEstimationQuality();
+    MediaPacket::TimeEstimateTrustIndex GetCurrentEstimationQuality() const;
 
     /// Time of capture of the last packet, host's clock.
-    TimePoint GetCurrentTOC_Host();
+    TimePoint GetCurrentTOC_Host() const;
 
     /// Stable presentation time stamp of the last packet: ticks of the stream's RTP clock since the camera's
     /// origin T0. It grows with every packet, by one tick at least.
-    std::int64_t GetCurrentStablePTS();
+    std::int64_t GetCurrentStablePTS() const;
 
     /// Takes an RTCP sender report and fills its `syncTime`. An empty pointer is ignored.
     void UpdateSyncInfo(std::shared_ptr<SyncPoint> sync);
@@ -113,7 +113,7 @@ private:
     void _RunEstimate();
     void _CheckProbeTime();
     void _WriteLog();
-    bool _InfoEnabled() const;
+    static bool _InfoEnabled();
     void _LogInfo(const std::string& message) const;
     bool _HasRtcpSync() const { return syncPoint_ != nullptr; }
 

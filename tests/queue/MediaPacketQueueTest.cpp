@@ -143,7 +143,7 @@ TEST(MediaPacketQueue, ManyThreadsLoseAndDoubleNothing) {
     constexpr std::uint32_t kConsumers = 2;
     constexpr std::uint32_t kPerProducer = 5'000;
     MediaPacketQueue queue(-1);
-    std::vector<std::atomic<int>> seen(kProducers * kPerProducer);
+    std::vector<std::atomic<int>> seen(std::size_t{kProducers} * kPerProducer);
     std::atomic<std::uint32_t> taken{0};
     std::vector<std::thread> threads;
     for (std::uint32_t p = 0; p < kProducers; ++p) {
@@ -176,6 +176,7 @@ TEST(MediaPacketQueue, ManyThreadsLoseAndDoubleNothing) {
 TEST(MediaPacketQueue, BoundedUnderManyThreadsKeepsAtMostItsCapacity) {
     MediaPacketQueue queue(3);
     std::vector<std::thread> threads;
+    threads.reserve(3);
     for (int p = 0; p < 3; ++p) {
         threads.emplace_back([&] {
             for (int i = 0; i < 2'000; ++i) {
