@@ -55,7 +55,7 @@ AsynchronousLog::~AsynchronousLog() {
     worker_.join();
 }
 
-void AsynchronousLog::Post(std::function<void(std::stringstream&)> message) {
+void AsynchronousLog::Post(Message message) {
     Post([message = std::move(message)](std::stringstream& out) { message(out); });
 }
 

@@ -23,12 +23,15 @@ namespace camclock {
 /// Owned by the object that logs. `Post` may be called from any thread, the rest belongs to the owner.
 ///
 ///     AsynchronousLog log(new OfStreamWrap(file));
-///     log.Post([count](std::stringstream& out) { out << Text("Packet #", count, "\n"); });
+///     log.Post([count](std::stringstream& out) { Print(out, "Packet #", count, "\n"); });
 ///
 /// The worker polls every 10 ms and is never woken. Destroying the log drops what is still queued: there is
 /// no last flush, so that the end of a session never waits for a slow disk.
 class AsynchronousLog {
 public:
+    /// A message in its general form; the worker gives it the stream to write into.
+    using Message = std::function<void(std::stringstream&)>;
+
     /// Takes `sink` over, which is not null. Throws `std::system_error` when no thread can be started.
     explicit AsynchronousLog(LogWrap* sink);
 
@@ -41,15 +44,15 @@ public:
     /// Hands a message over: a callable that writes its text into the stream it is given. It runs later, on
     /// the worker, and so captures by value everything that it prints. Messages of one thread are written in
     /// the order of their posts.
-    template <class Message,
-              std::enable_if_t<std::is_invocable_v<std::decay_t<Message>&, std::stringstream&>, int> = 0>
-    void Post(Message&& message) {
+    template <class Callable,
+              std::enable_if_t<std::is_invocable_v<std::decay_t<Callable>&, std::stringstream&>, int> = 0>
+    void Post(Callable&& message) {
         if (!running_)
             return;
         const Stamp stamp = _StampNow();
         const std::lock_guard<std::mutex> guard(queueMutex_);
         Entry& entry = queue_.Next();
-        entry.message.Put(std::forward<Message>(message));
+        entry.message.Put(std::forward<Callable>(message));
         entry.postedAt = stamp.time;
         entry.threadId = stamp.threadId;
         queue_.Commit();
@@ -57,7 +60,7 @@ public:
 
     /// The same for what only converts to a callable. An empty one ends the process on the worker, as
     /// `std::bad_function_call`.
-    void Post(std::function<void(std::stringstream&)> message);
+    void Post(Message message);
 
 private:
     struct Stamp {
