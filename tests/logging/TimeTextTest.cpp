@@ -1,3 +1,4 @@
+#include "logging/Text.h"
 #include "logging/TimeText.h"
 
 #include "support/NamedCases.h"
@@ -28,9 +29,7 @@ class TimeTextTable : public ::testing::TestWithParam<TimeCase> {};
 TEST_P(TimeTextTable, GivesTheText) {
     const TimePoint time(Ticks(GetParam().ticks));
     EXPECT_EQ(TimePointToText(time, kFormat, true), GetParam().expected);
-    std::string text = "before ";
-    AppendLogTime(text, time);
-    EXPECT_EQ(text, std::string("before ") + GetParam().expected);
+    EXPECT_EQ(Text("before ", time, " after"), std::string("before ") + GetParam().expected + " after");
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -92,9 +91,7 @@ TEST(TimeText, LogTimesAgreeWithTheFormatOverRandomTimes) {
     for (int i = 0; i < 2'000; ++i) {
         TimePoint time(Ticks(anywhere(random)));
         for (int k = 0; k < 5; ++k) {  // neighbours share their second, or just do not
-            std::string text;
-            AppendLogTime(text, time);
-            ASSERT_EQ(text, TimePointToText(time, kFormat, true)) << time.time_since_epoch().count();
+            ASSERT_EQ(Text(time), TimePointToText(time, kFormat, true)) << time.time_since_epoch().count();
             time += Ticks(step(random));
         }
     }
