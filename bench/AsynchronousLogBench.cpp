@@ -1,5 +1,4 @@
 #include "Check.h"
-#include "Measure.h"
 #include "logging/AsynchronousLog.h"
 #include "logging/OfStreamWrap.h"
 #include "logging/Text.h"
@@ -110,10 +109,7 @@ template <class Burst, class Drain>
 void PostBursts(benchmark::State& state, const Burst& burst, const Drain& drain) {
     while (state.KeepRunningBatch(kBurst)) {
         const double before = ThreadCpuTime();
-        {
-            const CountInstructions count;
-            burst();
-        }
+        burst();
         state.SetIterationTime(ThreadCpuTime() - before);
         drain();
     }

@@ -1,5 +1,4 @@
 #include "Check.h"
-#include "Measure.h"
 #include "logging/Text.h"
 #include "plain/PlainTimeText.h"
 #include "util/PerfCounter.h"
@@ -19,38 +18,37 @@
 namespace camclock::bench {
 namespace {
 
-constexpr int kIterations = 1'000'000;
-
 void ProcessClock(benchmark::State& state) {
     Utilities& clock = Utilities::getInstance();
     clock.AnchorToSystemClock();
-    Measure(state, [&] { benchmark::DoNotOptimize(clock.GetTime()); });
+    for (auto _ : state)
+        benchmark::DoNotOptimize(clock.GetTime());
 }
-BENCHMARK(ProcessClock)->Name("get_time/camclock")->Iterations(kIterations);
+BENCHMARK(ProcessClock)->Name("get_time/camclock");
 
 void PlainClock(benchmark::State& state) {
     std::mutex mutex;
     TimePoint base{};
     const std::int64_t reference = std::chrono::steady_clock::now().time_since_epoch().count();
-    Measure(state, [&] {
+    for (auto _ : state) {
         const std::lock_guard<std::mutex> guard(mutex);
         const std::int64_t count = std::chrono::steady_clock::now().time_since_epoch().count();
         const auto frequency = static_cast<double>(std::chrono::steady_clock::period::den);
         const auto milliseconds =
             static_cast<std::int64_t>(static_cast<double>(count - reference) / frequency * 1000.0 + 0.5);
         benchmark::DoNotOptimize(base + std::chrono::milliseconds(milliseconds));
-    });
+    }
 }
-BENCHMARK(PlainClock)->Name("get_time/plain")->Iterations(kIterations);
+BENCHMARK(PlainClock)->Name("get_time/plain");
 
 void ClockGettime(benchmark::State& state) {
     timespec time{};
-    Measure(state, [&] {
+    for (auto _ : state) {
         clock_gettime(CLOCK_REALTIME, &time);
         benchmark::DoNotOptimize(time);
-    });
+    }
 }
-BENCHMARK(ClockGettime)->Name("get_time/clock_gettime")->Iterations(kIterations);
+BENCHMARK(ClockGettime)->Name("get_time/clock_gettime");
 
 // ---- the text of a time: a log line every 400 us
 // ------------------------------------------------------------------
@@ -61,18 +59,19 @@ constexpr Ticks kStep{4'000};
 void LogTimeText(benchmark::State& state) {
     TimePoint time = kStart;
     char text[kLongestLogTime];
-    Measure(state, [&] {
+    for (auto _ : state) {
         benchmark::DoNotOptimize(WriteLogTime(text, time += kStep));
         benchmark::ClobberMemory();
-    });
+    }
 }
-BENCHMARK(LogTimeText)->Name("time_text/camclock")->Iterations(kIterations);
+BENCHMARK(LogTimeText)->Name("time_text/camclock");
 
 void PlainText(benchmark::State& state) {
     TimePoint time = kStart;
-    Measure(state, [&] { benchmark::DoNotOptimize(PlainTimeText(time += kStep, kLogTimeFormat)); });
+    for (auto _ : state)
+        benchmark::DoNotOptimize(PlainTimeText(time += kStep, kLogTimeFormat));
 }
-BENCHMARK(PlainText)->Name("time_text/plain")->Iterations(kIterations);
+BENCHMARK(PlainText)->Name("time_text/plain");
 
 #if defined(CAMCLOCK_BENCH_SPDLOG)
 void SpdlogText(benchmark::State& state) {
@@ -80,14 +79,14 @@ void SpdlogText(benchmark::State& state) {
     spdlog::details::log_msg message("bench", spdlog::level::info, "");
     TimePoint time = kStart;
     spdlog::memory_buf_t text;
-    Measure(state, [&] {
+    for (auto _ : state) {
         message.time = std::chrono::time_point_cast<std::chrono::system_clock::duration>(time += kStep);
         text.clear();
         formatter.format(message, text);
         benchmark::DoNotOptimize(text.data());
-    });
+    }
 }
-BENCHMARK(SpdlogText)->Name("time_text/spdlog")->Iterations(kIterations);
+BENCHMARK(SpdlogText)->Name("time_text/spdlog");
 #endif
 
 std::string TimeTextsAgree() {

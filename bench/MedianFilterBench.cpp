@@ -1,5 +1,4 @@
 #include "Check.h"
-#include "Measure.h"
 #include "plain/PlainMedian.h"
 #include "timing/LatencyWindow.h"
 #include "util/MedianFilter.h"
@@ -19,7 +18,6 @@ namespace camclock::bench {
 namespace {
 
 constexpr int kWindow = 51;
-constexpr int kIterations = 100'000;
 
 /// Latencies of a busy network in microseconds.
 std::vector<double> Latencies(std::size_t count) {
@@ -37,28 +35,28 @@ void EstimatorMedian(benchmark::State& state) {
     const auto latencies = Latencies(4'096);
     LatencyWindow window;
     std::size_t i = 0;
-    Measure(state, [&] {
+    for (auto _ : state) {
         window.Append(latencies[i++ % latencies.size()]);
         benchmark::DoNotOptimize(window.Median());
-    });
+    }
 }
-BENCHMARK(EstimatorMedian)->Name("estimator_median/camclock")->Iterations(kIterations);
+BENCHMARK(EstimatorMedian)->Name("estimator_median/camclock");
 
 void PlainEstimatorMedian(benchmark::State& state) {
     const auto latencies = Latencies(4'096);
     std::vector<double> window;
     std::array<double, kWindow> filtered{};
     std::size_t i = 0;
-    Measure(state, [&] {
+    for (auto _ : state) {
         window.push_back(latencies[i++ % latencies.size()]);
         if (window.size() > kWindow)
             window.erase(window.begin());
         const int n = static_cast<int>(window.size());
         PlainMedianFilter(window.data(), filtered.data(), n, n);
         benchmark::DoNotOptimize(filtered[window.size() / 2]);
-    });
+    }
 }
-BENCHMARK(PlainEstimatorMedian)->Name("estimator_median/plain")->Iterations(kIterations);
+BENCHMARK(PlainEstimatorMedian)->Name("estimator_median/plain");
 
 std::string EstimatorsAgree() {
     const auto latencies = Latencies(2'000);
@@ -88,14 +86,14 @@ template <int (*Filter)(const double*, double*, int, int)>
 void WholeFilter(benchmark::State& state) {
     const auto latencies = Latencies(kWindow);
     std::array<double, kWindow> filtered{};
-    Measure(state, [&] {
+    for (auto _ : state) {
         Filter(latencies.data(), filtered.data(), kWindow, kWindow);
         benchmark::DoNotOptimize(filtered.data());
         benchmark::ClobberMemory();
-    });
+    }
 }
-BENCHMARK(WholeFilter<MedianFilter>)->Name("median_filter_51/camclock")->Iterations(kIterations);
-BENCHMARK(WholeFilter<PlainMedianFilter>)->Name("median_filter_51/plain")->Iterations(kIterations);
+BENCHMARK(WholeFilter<MedianFilter>)->Name("median_filter_51/camclock");
+BENCHMARK(WholeFilter<PlainMedianFilter>)->Name("median_filter_51/plain");
 
 #if defined(CAMCLOCK_BENCH_GSL)
 void GslFilter(benchmark::State& state) {
@@ -105,15 +103,15 @@ void GslFilter(benchmark::State& state) {
     for (std::size_t i = 0; i < kWindow; ++i)
         gsl_vector_set(in, i, latencies[i]);
     gsl_filter_median_workspace* const workspace = gsl_filter_median_alloc(kWindow);
-    Measure(state, [&] {
+    for (auto _ : state) {
         gsl_filter_median(GSL_FILTER_END_PADVALUE, in, out, workspace);
         benchmark::ClobberMemory();
-    });
+    }
     gsl_filter_median_free(workspace);
     gsl_vector_free(in);
     gsl_vector_free(out);
 }
-BENCHMARK(GslFilter)->Name("median_filter_51/gsl_filter_median")->Iterations(kIterations);
+BENCHMARK(GslFilter)->Name("median_filter_51/gsl_filter_median");
 
 /// A long series through a moving median of 51; the time is that of one sample.
 void GslMovingMedian(benchmark::State& state) {
@@ -132,7 +130,7 @@ void GslMovingMedian(benchmark::State& state) {
     gsl_vector_free(in);
     gsl_vector_free(out);
 }
-BENCHMARK(GslMovingMedian)->Name("estimator_median/gsl_movstat")->Iterations(kIterations);
+BENCHMARK(GslMovingMedian)->Name("estimator_median/gsl_movstat");
 
 std::string GslAgrees() {
     // Both replicate the end values, but GSL's filter reads the value past the end differently for short

@@ -5,6 +5,7 @@
 #include "logging/DirectMessage.h"
 #include "logging/Log4CppWrap.h"
 #include "logging/Text.h"
+#include "probe/TimeProbe.h"  // which the members' owner destroys
 
 #include <camclock/TimeFilterInstance.h>
 
@@ -148,12 +149,6 @@ void TimeFilter::TestStuff() {
         return;
     _LogInfo("Calling  testfunc");
     testFunc_();
-}
-
-void TimeFilter::CloseTimeProbing() {
-    _LogInfo("TimeFilter::CloseTimeProbing");
-    _LogInfo("Waiting for probe tasks to finish");
-    _LogInfo("Done waiting for probe tasks");
 }
 
 bool TimeFilter::_InfoEnabled() {

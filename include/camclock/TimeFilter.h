@@ -118,10 +118,31 @@ public:
     /// The timing log; only while `IsTimeLogging()`.
     AsynchronousLog& TimeLog();
 
-    /// Stops measuring `D` and joins the probing thread; does nothing but log when there is none.
+    /// Starts measuring `D` with ICMP timestamps (RFC 792): a thread asks `url`, which is the camera's
+    /// address or host name and no URL of a stream, every `pollInterval`, from the first
+    /// `CheckPollDifference` on. A result with an uncertainty under 30 ms becomes `D` and `D_uncert`; any
+    /// other lets `D` fall back to the expected difference and is followed by the next try 10 ms later. The
+    /// eleventh such failure in a row ends the thread.
+    ///
+    /// With `createLog` every result is written to `probelog.txt` in `logPath` (the working directory when
+    /// empty); a file that cannot be written is not reported.
+    ///
+    /// Needs administrative rights (on Linux CAP_NET_RAW); without them every try fails. Call it once a
+    /// session: a second call before `CloseTimeProbing` ends the process. Throws `std::system_error` when no
+    /// thread can be started; the object is then still in probing use, without measurements.
+    void UseICMP(std::string url, std::chrono::seconds pollInterval, std::string logPath, bool createLog);
+
+    /// Stops measuring `D` and joins the probing thread, which takes 1.5 s at most unless a look-up of the
+    /// host's name takes longer; does nothing but log when there is none. Throws `std::system_error` when the
+    /// probing thread itself calls it.
     void CloseTimeProbing();
 
 private:
+    void _RunTimeProbe();
+    void _ProbeForDifference(std::int64_t now_ns, std::int64_t expected_ms);
+    std::ofstream& _ProbeLog();
+    static std::int64_t _MonotonicNow_ns();
+
     static bool _InfoEnabled();
     void _LogInfo(const std::string& message) const;
 
@@ -132,7 +153,14 @@ private:
     std::atomic<std::uint32_t> probeFailures_{0};
     std::atomic<bool> dLocked_{false};
     std::atomic<std::int64_t> expectedD_{(std::numeric_limits<std::int64_t>::min)()};
-    std::atomic<bool> usingProbe_{false};  // an atomic beside the pointer, since packet threads ask for it
+    std::thread probeThread_;
+    std::atomic<bool> probing_{false};     // cleared to end the probing thread
+    std::atomic<bool> usingProbe_{false};  // is `probe_` there? Packet threads ask this and never touch it
+    std::unique_ptr<TimeProbe> probe_;     // the probing thread's own while that runs
+    std::string probeUrl_;
+    std::int64_t pollInterval_s_ = 0;
+    std::int64_t nextProbeAt_ns_ = _MonotonicNow_ns();
+    std::unique_ptr<std::ofstream> probeLog_;
     std::unique_ptr<AsynchronousLog> timeLog_;
     std::mutex stablePtsT0Mutex_;  // makes check and set in SetStablePtst0 one step; readers need no lock
     std::atomic<TimePoint> stablePtsT0_{TimePoint{}};

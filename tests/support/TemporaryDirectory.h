@@ -35,9 +35,8 @@ public:
 
     bool Has(const std::string& file) const { return std::filesystem::exists(path_ / file); }
 
-    /// The text of a file; the platform's line ends come as "\n".
     std::string Read(const std::string& file) const {
-        std::ifstream stream(path_ / file);
+        std::ifstream stream(path_ / file, std::ios::binary);
         std::stringstream text;
         text << stream.rdbuf();
         return text.str();
