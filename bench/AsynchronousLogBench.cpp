@@ -1,4 +1,5 @@
 #include "Check.h"
+#include "Measure.h"
 #include "logging/AsynchronousLog.h"
 #include "logging/OfStreamWrap.h"
 #include "logging/Text.h"
@@ -109,7 +110,10 @@ template <class Burst, class Drain>
 void PostBursts(benchmark::State& state, const Burst& burst, const Drain& drain) {
     while (state.KeepRunningBatch(kBurst)) {
         const double before = ThreadCpuTime();
-        burst();
+        {
+            const CountInstructions count;
+            burst();
+        }
         state.SetIterationTime(ThreadCpuTime() - before);
         drain();
     }

@@ -1,4 +1,5 @@
 #include "Check.h"
+#include "Measure.h"
 #include "logging/Text.h"
 #include "plain/PlainTimeText.h"
 #include "util/PerfCounter.h"
@@ -18,37 +19,38 @@
 namespace camclock::bench {
 namespace {
 
+constexpr int kIterations = 1'000'000;
+
 void ProcessClock(benchmark::State& state) {
     Utilities& clock = Utilities::getInstance();
     clock.AnchorToSystemClock();
-    for (auto _ : state)
-        benchmark::DoNotOptimize(clock.GetTime());
+    Measure(state, [&] { benchmark::DoNotOptimize(clock.GetTime()); });
 }
-BENCHMARK(ProcessClock)->Name("get_time/camclock");
+BENCHMARK(ProcessClock)->Name("get_time/camclock")->Iterations(kIterations);
 
 void PlainClock(benchmark::State& state) {
     std::mutex mutex;
     TimePoint base{};
     const std::int64_t reference = std::chrono::steady_clock::now().time_since_epoch().count();
-    for (auto _ : state) {
+    Measure(state, [&] {
         const std::lock_guard<std::mutex> guard(mutex);
         const std::int64_t count = std::chrono::steady_clock::now().time_since_epoch().count();
         const auto frequency = static_cast<double>(std::chrono::steady_clock::period::den);
         const auto milliseconds =
             static_cast<std::int64_t>(static_cast<double>(count - reference) / frequency * 1000.0 + 0.5);
         benchmark::DoNotOptimize(base + std::chrono::milliseconds(milliseconds));
-    }
+    });
 }
-BENCHMARK(PlainClock)->Name("get_time/plain");
+BENCHMARK(PlainClock)->Name("get_time/plain")->Iterations(kIterations);
 
 void ClockGettime(benchmark::State& state) {
     timespec time{};
-    for (auto _ : state) {
+    Measure(state, [&] {
         clock_gettime(CLOCK_REALTIME, &time);
         benchmark::DoNotOptimize(time);
-    }
+    });
 }
-BENCHMARK(ClockGettime)->Name("get_time/clock_gettime");
+BENCHMARK(ClockGettime)->Name("get_time/clock_gettime")->Iterations(kIterations);
 
 // ---- the text of a time: a log line every 400 us
 // ------------------------------------------------------------------
@@ -59,19 +61,18 @@ constexpr Ticks kStep{4'000};
 void LogTimeText(benchmark::State& state) {
     TimePoint time = kStart;
     char text[kLongestLogTime];
-    for (auto _ : state) {
+    Measure(state, [&] {
         benchmark::DoNotOptimize(WriteLogTime(text, time += kStep));
         benchmark::ClobberMemory();
-    }
+    });
 }
-BENCHMARK(LogTimeText)->Name("time_text/camclock");
+BENCHMARK(LogTimeText)->Name("time_text/camclock")->Iterations(kIterations);
 
 void PlainText(benchmark::State& state) {
     TimePoint time = kStart;
-    for (auto _ : state)
-        benchmark::DoNotOptimize(PlainTimeText(time += kStep, kLogTimeFormat));
+    Measure(state, [&] { benchmark::DoNotOptimize(PlainTimeText(time += kStep, kLogTimeFormat)); });
 }
-BENCHMARK(PlainText)->Name("time_text/plain");
+BENCHMARK(PlainText)->Name("time_text/plain")->Iterations(kIterations);
 
 #if defined(CAMCLOCK_BENCH_SPDLOG)
 void SpdlogText(benchmark::State& state) {
@@ -79,14 +80,14 @@ void SpdlogText(benchmark::State& state) {
     spdlog::details::log_msg message("bench", spdlog::level::info, "");
     TimePoint time = kStart;
     spdlog::memory_buf_t text;
-    for (auto _ : state) {
+    Measure(state, [&] {
         message.time = std::chrono::time_point_cast<std::chrono::system_clock::duration>(time += kStep);
         text.clear();
         formatter.format(message, text);
         benchmark::DoNotOptimize(text.data());
-    }
+    });
 }
-BENCHMARK(SpdlogText)->Name("time_text/spdlog");
+BENCHMARK(SpdlogText)->Name("time_text/spdlog")->Iterations(kIterations);
 #endif
 
 std::string TimeTextsAgree() {

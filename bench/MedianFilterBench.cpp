@@ -1,4 +1,5 @@
 #include "Check.h"
+#include "Measure.h"
 #include "plain/PlainMedian.h"
 #include "timing/LatencyWindow.h"
 #include "util/MedianFilter.h"
@@ -18,6 +19,7 @@ namespace camclock::bench {
 namespace {
 
 constexpr int kWindow = 51;
+constexpr int kIterations = 100'000;
 
 /// Latencies of a busy network in microseconds.
 std::vector<double> Latencies(std::size_t count) {
@@ -35,28 +37,28 @@ void EstimatorMedian(benchmark::State& state) {
     const auto latencies = Latencies(4'096);
     LatencyWindow window;
     std::size_t i = 0;
-    for (auto _ : state) {
+    Measure(state, [&] {
         window.Append(latencies[i++ % latencies.size()]);
         benchmark::DoNotOptimize(window.Median());
-    }
+    });
 }
-BENCHMARK(EstimatorMedian)->Name("estimator_median/camclock");
+BENCHMARK(EstimatorMedian)->Name("estimator_median/camclock")->Iterations(kIterations);
 
 void PlainEstimatorMedian(benchmark::State& state) {
     const auto latencies = Latencies(4'096);
     std::vector<double> window;
     std::array<double, kWindow> filtered{};
     std::size_t i = 0;
-    for (auto _ : state) {
+    Measure(state, [&] {
         window.push_back(latencies[i++ % latencies.size()]);
         if (window.size() > kWindow)
             window.erase(window.begin());
         const int n = static_cast<int>(window.size());
         PlainMedianFilter(window.data(), filtered.data(), n, n);
         benchmark::DoNotOptimize(filtered[window.size() / 2]);
-    }
+    });
 }
-BENCHMARK(PlainEstimatorMedian)->Name("estimator_median/plain");
+BENCHMARK(PlainEstimatorMedian)->Name("estimator_median/plain")->Iterations(kIterations);
 
 std::string EstimatorsAgree() {
     const auto latencies = Latencies(2'000);
@@ -86,14 +88,14 @@ template <int (*Filter)(const double*, double*, int, int)>
 void WholeFilter(benchmark::State& state) {
     const auto latencies = Latencies(kWindow);
     std::array<double, kWindow> filtered{};
-    for (auto _ : state) {
+    Measure(state, [&] {
         Filter(latencies.data(), filtered.data(), kWindow, kWindow);
         benchmark::DoNotOptimize(filtered.data());
         benchmark::ClobberMemory();
-    }
+    });
 }
-BENCHMARK(WholeFilter<MedianFilter>)->Name("median_filter_51/camclock");
-BENCHMARK(WholeFilter<PlainMedianFilter>)->Name("median_filter_51/plain");
+BENCHMARK(WholeFilter<MedianFilter>)->Name("median_filter_51/camclock")->Iterations(kIterations);
+BENCHMARK(WholeFilter<PlainMedianFilter>)->Name("median_filter_51/plain")->Iterations(kIterations);
 
 #if defined(CAMCLOCK_BENCH_GSL)
 void GslFilter(benchmark::State& state) {
@@ -103,15 +105,15 @@ void GslFilter(benchmark::State& state) {
     for (std::size_t i = 0; i < kWindow; ++i)
         gsl_vector_set(in, i, latencies[i]);
     gsl_filter_median_workspace* const workspace = gsl_filter_median_alloc(kWindow);
-    for (auto _ : state) {
+    Measure(state, [&] {
         gsl_filter_median(GSL_FILTER_END_PADVALUE, in, out, workspace);
         benchmark::ClobberMemory();
-    }
+    });
     gsl_filter_median_free(workspace);
     gsl_vector_free(in);
     gsl_vector_free(out);
 }
-BENCHMARK(GslFilter)->Name("median_filter_51/gsl_filter_median");
+BENCHMARK(GslFilter)->Name("median_filter_51/gsl_filter_median")->Iterations(kIterations);
 
 /// A long series through a moving median of 51; the time is that of one sample.
 void GslMovingMedian(benchmark::State& state) {
@@ -130,7 +132,7 @@ void GslMovingMedian(benchmark::State& state) {
     gsl_vector_free(in);
     gsl_vector_free(out);
 }
-BENCHMARK(GslMovingMedian)->Name("estimator_median/gsl_movstat");
+BENCHMARK(GslMovingMedian)->Name("estimator_median/gsl_movstat")->Iterations(kIterations);
 
 std::string GslAgrees() {
     // Both replicate the end values, but GSL's filter reads the value past the end differently for short

@@ -1,4 +1,5 @@
 #include "Check.h"
+#include "Measure.h"
 #include "SimulatedStream.h"
 #include "plain/PlainStream.h"
 
@@ -33,8 +34,7 @@ void UpdateTiming(benchmark::State& state) {
     stream.instance->UpdateSyncInfo(source.Report());
     auto frames = source.Frames(kFrames);
     std::size_t i = 0;
-    for (auto _ : state)
-        stream.instance->UpdateTiming(std::move(frames[i++]), MediaPacket::kFrameP);
+    Measure(state, [&] { stream.instance->UpdateTiming(std::move(frames[i++]), MediaPacket::kFrameP); });
 }
 BENCHMARK(UpdateTiming)->Name("update_timing/camclock")->Iterations(kFrames);
 
@@ -44,8 +44,7 @@ void PlainUpdateTiming(benchmark::State& state) {
     stream.UpdateSyncInfo(source.Report());
     auto frames = source.Frames(kFrames);
     std::size_t i = 0;
-    for (auto _ : state)
-        stream.UpdateTiming(std::move(frames[i++]), MediaPacket::kFrameP);
+    Measure(state, [&] { stream.UpdateTiming(std::move(frames[i++]), MediaPacket::kFrameP); });
 }
 BENCHMARK(PlainUpdateTiming)->Name("update_timing/plain")->Iterations(kFrames);
 
@@ -75,8 +74,7 @@ void JitterBuffer(benchmark::State& state) {
         buffers.push_back(buffer);
     }
     std::size_t i = 0;
-    for (auto _ : state)
-        gst_harness_push(harness, buffers[i++]);
+    Measure(state, [&] { gst_harness_push(harness, buffers[i++]); });
     gst_harness_teardown(harness);
 }
 BENCHMARK(JitterBuffer)->Name("update_timing/rtpjitterbuffer")->Iterations(kFrames)->MeasureProcessCPUTime();

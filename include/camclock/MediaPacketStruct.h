@@ -23,7 +23,7 @@ struct MediaPacketStruct {
     TimePoint TOR_host{};    ///< time of reception, host's clock
     TimePoint TOC_host{};    ///< estimated time of capture, host's clock
     MediaPacket::TimeEstimateTrustIndex trustIndex = MediaPacket::kTrustBad;  ///< how far to trust `TOC_host`
-    TimePoint stablePts{};  ///< stable presentation time stamp
+    std::int64_t stablePts = 0;  ///< stable presentation time stamp, ticks of the RTP clock since T0
 };
 
 }  // namespace camclock

@@ -35,8 +35,9 @@ public:
 
     bool Has(const std::string& file) const { return std::filesystem::exists(path_ / file); }
 
+    /// The text of a file; the platform's line ends come as "\n".
     std::string Read(const std::string& file) const {
-        std::ifstream stream(path_ / file, std::ios::binary);
+        std::ifstream stream(path_ / file);
         std::stringstream text;
         text << stream.rdbuf();
         return text.str();

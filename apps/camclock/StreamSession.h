@@ -1,0 +1,76 @@
+#pragma once
+
+#include "FrameAssembler.h"
+#include "FrameRow.h"
+#include "RtpPacket.h"
+#include "WatchSettings.h"
+
+#include <camclock/TimeFilterInstance.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+namespace camclock {
+class TimeFilter;
+}
+
+namespace camclock::app {
+
+/// What the description of a stream tells (SDP).
+struct StreamFormat {
+    Codec codec = Codec::kH264;
+    std::uint32_t clockRate = 90'000;  ///< RTP clock, Hz
+};
+
+/// The road from packets to results for one stream: packets become frames, each frame makes one
+/// `UpdateTiming` call with the arrival of its first packet as time of reception, each sender report one
+/// `UpdateSyncInfo` call, and each frame leaves as one row.
+///
+/// Owned by the camera's receiver; the camera's `TimeFilter` must outlive it.
+///
+/// Threads: RTP and RTCP arrive on threads of their own and supervision asks from a third; a
+/// `TimeFilterInstance` takes no lock, so that every operation here takes one, and the library sees one call
+/// at a time in the order of arrival. `consumer` runs on the receiving thread, inside that lock, and must
+/// neither wait nor call back.
+class StreamSession {
+public:
+    using Consumer = std::function<void(const FrameRow&)>;
+
+    StreamSession(TimeFilter& camera, std::string streamId, const StreamFormat& format,
+                  const TimingSettings& settings, Consumer consumer);
+
+    void OnPacket(const RtpPacket& packet);
+    void OnSenderReport(const SenderReport& report, TimePoint arrival);
+
+    /// False when a packet or a required report is overdue.
+    bool ArrivalIsOk();
+
+    void SetMeanLatency(std::chrono::milliseconds meanLatency);
+
+    const StreamFormat& Format() const { return format_; }
+
+private:
+    void _StartInstance();
+    void _OnFrame(const Frame& frame);
+
+    TimeFilter& camera_;
+    const std::string streamId_;
+    const StreamFormat format_;
+    TimingSettings settings_;
+    Consumer consumer_;
+
+    std::mutex mutex_;  // guards everything below
+    std::shared_ptr<TimeFilterInstance> instance_;
+    FrameAssembler assembler_;
+    bool anyPacket_ = false;
+    std::uint32_t SSRC_ = 0;
+    std::uint64_t reports_ = 0;
+    bool rtcpSync_ = false;
+    TimePoint lastReport_host_ = kNotYetSet;
+};
+
+}  // namespace camclock::app

@@ -1,0 +1,158 @@
+#include "WatchRun.h"
+
+#include "FrameWriter.h"
+#include "HostClock.h"
+#include "Terminal.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <string>
+#include <utility>
+
+namespace camclock::app {
+namespace {
+
+constexpr std::chrono::milliseconds kPollInterval{50};
+
+const char* TransportText(Transport transport) {
+    switch (transport) {
+    case Transport::kUdp: return "udp";
+    case Transport::kTcp: return "tcp";
+    case Transport::kAuto: break;
+    }
+    return "auto";
+}
+
+const char* StateText(CameraWatch::State state) {
+    switch (state) {
+    case CameraWatch::State::kConnecting: return "connecting";
+    case CameraWatch::State::kReceiving: return "receiving";
+    case CameraWatch::State::kWaiting: return "waiting";
+    case CameraWatch::State::kEnded: break;
+    }
+    return "ended";
+}
+
+const char* CodecText(Codec codec) {
+    return codec == Codec::kH264 ? "H.264" : "MPEG-4 Visual";
+}
+
+void PrintLines(std::FILE* file, const std::vector<std::string>& lines) {
+    for (const std::string& line : lines)
+        fmt::print(file, "{}\n", line);
+}
+
+}  // namespace
+
+WatchRun::WatchRun(WatchPlan plan, Observer observer)
+    : plan_(std::move(plan))
+    , observer_(std::move(observer))
+    , statistics_(plan_.targets.size())
+    , view_(Terminal::IsInteractive() && !plan_.logsToTerminal) {
+    int number = 0;
+    for (const WatchPlan::Target& target : plan_.targets) {
+        ConnectionSettings connection = plan_.connection;
+        connection.transport = target.transport;
+        cameras_.push_back(std::make_unique<CameraWatch>(++number, target.url, plan_.timing, connection,
+                                                         [this](const FrameRow& row) { queue_.Push(row); }));
+    }
+}
+
+WatchRun::~WatchRun() = default;
+
+ExitCode WatchRun::Run() {
+    using Clock = CameraWatch::Clock;
+    if (plan_.format == OutputFormat::kCsv && !plan_.quiet)
+        fmt::print("{}\n", CsvHeader());
+
+    const Clock::time_point start = Clock::now();
+    Clock::time_point nextTable = start;
+    for (const auto& camera : cameras_)
+        camera->Start(start);
+
+    ExitCode result = ExitCode::kSuccess;
+    const auto running = [](const auto& camera) { return camera->GetState() != CameraWatch::State::kEnded; };
+    while (!Terminal::Interrupted() && std::any_of(cameras_.begin(), cameras_.end(), running)) {
+        const Clock::time_point now = Clock::now();
+        if (plan_.duration && now - start >= *plan_.duration)
+            break;
+        for (const auto& camera : cameras_) {
+            const std::optional<std::string> news = camera->Poll(now);
+            if (!news)
+                continue;
+            view_.News(*news);
+            if (camera->GetState() == CameraWatch::State::kEnded && result == ExitCode::kSuccess)
+                result = camera->LastFailure()->code;
+        }
+        if (now >= nextTable && plan_.format == OutputFormat::kTable && !plan_.quiet) {
+            _ShowTable();
+            nextTable = now + view_.Interval();
+        }
+        _TakeRows(kPollInterval);
+    }
+
+    // A camera that was waiting to try again when the time was over has failed all the same.
+    for (const auto& camera : cameras_) {
+        if (camera->LastFailure() && result == ExitCode::kSuccess)
+            result = camera->LastFailure()->code;
+        camera->Stop();
+    }
+    _TakeRows(std::chrono::milliseconds(0));
+    if (!plan_.quiet)
+        _Summarise();
+    return result;
+}
+
+void WatchRun::_TakeRows(std::chrono::milliseconds timeOut) {
+    for (const FrameRow& row : queue_.Take(timeOut)) {
+        const auto index = static_cast<std::size_t>(row.stream - 1);
+        statistics_[index].Add(row);
+        if (observer_)
+            observer_(row, *cameras_[index]);
+        if (!plan_.quiet)
+            _Print(row);
+    }
+    if (plan_.format != OutputFormat::kTable)
+        std::fflush(stdout);
+}
+
+void WatchRun::_Print(const FrameRow& row) const {
+    switch (plan_.format) {
+    case OutputFormat::kTable: break;
+    case OutputFormat::kCsv: fmt::print("{}\n", CsvLine(row)); break;
+    case OutputFormat::kJson: fmt::print("{}\n", JsonLine(row)); break;
+    }
+}
+
+void WatchRun::_ShowTable() {
+    view_.Show(LiveTable(_Lines(), HostClock::Now()));
+}
+
+void WatchRun::_Summarise() {
+    view_.Clear();
+    std::FILE* file = plan_.format == OutputFormat::kTable ? stdout : stderr;
+    PrintLines(file, SummaryTable(_Lines()));
+    if (queue_.Dropped() > 0)
+        fmt::print(file, "{} frames were not printed: standard output could not keep up\n", queue_.Dropped());
+}
+
+std::vector<CameraLine> WatchRun::_Lines() {
+    std::vector<CameraLine> lines;
+    for (std::size_t i = 0; i < cameras_.size(); ++i) {
+        CameraWatch& camera = *cameras_[i];
+        CameraLine line;
+        line.number = static_cast<int>(i) + 1;
+        line.label = camera.Url().label;
+        line.transport = TransportText(camera.GetTransport());
+        line.state = StateText(camera.GetState());
+        if (const std::optional<StreamFormat> format = camera.Format())
+            line.codec = CodecText(format->codec);
+        line.statistics = &statistics_[i];
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+}  // namespace camclock::app

@@ -1,0 +1,40 @@
+#pragma once
+
+#include <chrono>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace camclock::app {
+
+/// Every setting of the library, with the library's own defaults.
+struct TimingSettings {
+    std::chrono::milliseconds meanLatency{30};
+    std::optional<std::chrono::milliseconds> expectedDifference;  ///< host less camera
+    std::chrono::milliseconds syncShift{0};
+    std::chrono::milliseconds packetTimeOut{10'000};
+    std::chrono::milliseconds rtcpTimeOut{30'000};
+    bool requireRtcp = false;
+    bool filtering = true;
+    bool estimation = true;
+    std::string timingLogDirectory;  ///< empty: no timing log
+};
+
+enum class Transport {
+    kAuto,  ///< UDP, and TCP when nothing comes
+    kUdp,
+    kTcp,  ///< interleaved with the RTSP connection (RFC 2326, 10.12)
+};
+
+/// How to reach a camera, and how long to keep trying.
+struct ConnectionSettings {
+    Transport transport = Transport::kAuto;
+    std::chrono::milliseconds connectTimeOut{10'000};  ///< from the attempt to the first frame
+    bool reconnect = false;
+    std::chrono::milliseconds firstDelay{1'000};  ///< before the first new attempt; doubles with each
+    std::chrono::milliseconds longestDelay{30'000};
+};
+
+enum class OutputFormat { kTable, kCsv, kJson };
+
+}  // namespace camclock::app

@@ -1,0 +1,40 @@
+#include "Commands.h"
+#include "ExitCode.h"
+
+#include <camclock/Version.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdio>
+#include <exception>
+
+int main(int argc, char** argv) {
+    using camclock::app::ExitCode;
+
+    CLI::App program("When was each frame of a network camera captured, on this host's clock?", "camclock");
+    program.set_version_flag("--version", std::string("camclock ") + CAMCLOCK_VERSION_STRING);
+    program.require_subcommand(1);
+    program.get_formatter()->column_width(34);
+
+    ExitCode exitCode = ExitCode::kSuccess;
+#ifdef CAMCLOCK_WITH_GSTREAMER
+    camclock::app::AddWatch(program, exitCode);
+    camclock::app::AddDemo(program, exitCode);
+#else
+    program.footer(
+        "This build has no GStreamer and therefore neither `watch` nor `demo`: install GStreamer's\n"
+        "development packages and build again (docs/program.md names them).");
+#endif
+
+    try {
+        program.parse(argc, argv);
+    } catch (const CLI::ParseError& error) {
+        // Help and version come this way, too, with 0. All else is a command line that cannot be understood.
+        return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);
+    } catch (const std::exception& error) {
+        fmt::print(stderr, "camclock: {}\n", error.what());
+        return static_cast<int>(ExitCode::kInternalError);
+    }
+    return static_cast<int>(exitCode);
+}
