@@ -8,11 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
 #include <chrono>
 #include <future>
 #include <memory>
-#include <regex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -29,6 +29,12 @@ AsynchronousLog::Message Say(std::string text) {
 std::string SystemTimeText() {
     return TimePointToText(std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()),
                            "%Y-%m-%d %H:%M:%S", true);
+}
+
+std::string DigitsAsZeros(std::string text) {
+    std::replace_if(
+        text.begin(), text.end(), [](char c) { return c >= '0' && c <= '9'; }, '0');
+    return text;
 }
 
 /// The time of a stamp, as text.
@@ -62,9 +68,7 @@ TEST(AsynchronousLog, StampsALineWithTimeAndThread) {
     const std::string after = SystemTimeText();
     ASSERT_TRUE(lines.WaitFor(1));
     const std::string line = lines.All()[0];
-    EXPECT_TRUE(std::regex_match(
-        line, std::regex(R"(\[\[\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2}\.\d{3} \[[^ \]]+\] \]\] text)")))
-        << line;
+    EXPECT_EQ(DigitsAsZeros(line.substr(0, 25)), "[[0000-00-00 00:00:00.000");
     EXPECT_EQ(line.substr(25), " [" + log4cpp::threading::getThreadId() + "] ]] text");
     EXPECT_LE(before, StampTime(line));
     EXPECT_LE(StampTime(line), after);
