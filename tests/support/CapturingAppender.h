@@ -47,6 +47,9 @@ public:
     CapturingAppender(const CapturingAppender&) = delete;
     CapturingAppender& operator=(const CapturingAppender&) = delete;
 
+    /// Changes what the category takes; no other thread logs meanwhile.
+    void SetPriority(log4cpp::Priority::Value priority) { category_.setPriority(priority); }
+
     std::vector<CapturedEvent> Events() const { return appender_.events.All(); }
 
     std::vector<std::string> Messages() const {
@@ -67,37 +70,22 @@ public:
     }
 
     /// The messages with a stamp, in their order, the stamp taken off: those that an asynchronous log wrote.
-    std::vector<std::string> Deferred() const {
-        std::vector<std::string> messages;
-        for (const CapturedEvent& event : Events()) {
-            if (HasStamp(event.message))
-                messages.push_back(WithoutStamp(event.message));
-        }
-        return messages;
-    }
+    std::vector<std::string> Deferred() const { return Deferred(Events()); }
 
     /// Waits for the `count`-th event, direct or deferred.
     bool WaitFor(std::size_t count) const { return appender_.events.WaitFor(count); }
 
-    /// Waits for the `count`-th deferred message.
-    bool WaitForDeferred(std::size_t count) const {
-        return appender_.events.WaitUntil([count](const std::vector<CapturedEvent>& events) {
-            std::size_t deferred = 0;
-            for (const CapturedEvent& event : events)
-                deferred += HasStamp(event.message) ? 1U : 0U;
-            return deferred >= count;
-        });
+    /// Waits until `wanted(messages)` for the deferred messages, the stamp taken off.
+    template <class Condition>
+    bool WaitUntilDeferred(Condition wanted) const {
+        return appender_.events.WaitUntil(
+            [&](const std::vector<CapturedEvent>& events) { return wanted(Deferred(events)); });
     }
 
-    /// Waits for a deferred message with this text behind its stamp.
-    bool WaitForDeferred(const std::string& text) const {
-        return appender_.events.WaitUntil([&text](const std::vector<CapturedEvent>& events) {
-            for (const CapturedEvent& event : events) {
-                if (HasStamp(event.message) && WithoutStamp(event.message) == text)
-                    return true;
-            }
-            return false;
-        });
+    /// Waits for the `count`-th deferred message.
+    bool WaitForDeferred(std::size_t count) const {
+        return WaitUntilDeferred(
+            [count](const std::vector<std::string>& all) { return all.size() >= count; });
     }
 
 private:
@@ -116,6 +104,15 @@ private:
             events.Append({event.message, event.categoryName, event.priority});
         }
     };
+
+    static std::vector<std::string> Deferred(const std::vector<CapturedEvent>& events) {
+        std::vector<std::string> messages;
+        for (const CapturedEvent& event : events) {
+            if (HasStamp(event.message))
+                messages.push_back(WithoutStamp(event.message));
+        }
+        return messages;
+    }
 
     log4cpp::Category& category_;
     log4cpp::Priority::Value oldPriority_;
