@@ -104,7 +104,7 @@ int WaitReadable(Handle socket, std::uint32_t timeout_ms) {
     fd_set readable;
     FD_ZERO(&readable);
     FD_SET(static_cast<SOCKET>(socket), &readable);
-    const timeval timeOut{static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000)};
+    timeval timeOut{static_cast<long>(timeout_ms / 1000), static_cast<long>(timeout_ms % 1000 * 1000)};
     return ::select(static_cast<int>(socket), &readable, nullptr, nullptr, &timeOut);
 }
 
