@@ -1,0 +1,3 @@
+#include <camclock/TimeFilter.h>
+#include <iostream>
+int main() { std::cout << camclock::TimeFilter().GetPacketTimeOut().count() << " ms\n"; }
