@@ -20,6 +20,6 @@ int main() {
         frame->RTPFreq = 90'000;  // live: TOR_host is GetTime() when the frame's first packet arrives
         frame->TOR_host = start + std::chrono::milliseconds(n * 40 + 30);
         stream->UpdateTiming(frame, MediaPacket::kFrameP);
-    }  // The last frame was captured 49 * 40 ms after the start, and arrived 30 ms later. This prints 1960:
+    }  // The last frame was captured 49 * 40 ms after the start. D is in whole milliseconds: 1959 or 1960.
     std::cout << (stream->GetCurrentTOC_Host() - start) / std::chrono::milliseconds(1) << " ms\n";
 }
