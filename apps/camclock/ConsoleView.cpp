@@ -30,10 +30,11 @@ std::string TimeOfDay(TimePoint time) {
 }
 
 std::string Legend(const CameraLine& camera) {
-    std::string line = fmt::format("{}  {}  {}", camera.number, camera.label, camera.transport);
-    if (!camera.codec.empty())
-        line += "  " + camera.codec;
-    return line + "  " + camera.state;
+    std::string line = fmt::format("{}  {}", camera.number, camera.label);
+    for (const std::string& word : {camera.transport, camera.codec, camera.state})
+        if (!word.empty())
+            line += "  " + word;
+    return line;
 }
 
 std::vector<std::string> Row(const CameraLine& camera, TimePoint now) {
@@ -128,6 +129,10 @@ ConsoleView::ConsoleView(bool inPlace)
 
 std::chrono::seconds ConsoleView::Interval() const {
     return std::chrono::seconds(inPlace_ ? 1 : 10);
+}
+
+std::chrono::seconds ConsoleView::FirstAfter() const {
+    return inPlace_ ? std::chrono::seconds(0) : Interval();
 }
 
 void ConsoleView::Show(const std::vector<std::string>& lines) {

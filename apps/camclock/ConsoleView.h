@@ -1,6 +1,5 @@
 #pragma once
 
-#include "CameraWatch.h"
 #include "StreamStatistics.h"
 
 #include <chrono>
@@ -36,6 +35,9 @@ public:
 
     /// How often the table is worth showing.
     std::chrono::seconds Interval() const;
+
+    /// When to show it first: at once in place, else when there is something to tell.
+    std::chrono::seconds FirstAfter() const;
 
     void Show(const std::vector<std::string>& lines);
 

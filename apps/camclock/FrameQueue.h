@@ -2,36 +2,51 @@
 
 #include "FrameRow.h"
 
+#include <camclock/MediaPacketQueue.h>
+
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <deque>
 #include <mutex>
 #include <vector>
 
+namespace camclock {
+
+/// The program's own packet record: what goes through its queue are rows.
+struct MediaPacketStruct {
+    app::FrameRow row;
+};
+
+}  // namespace camclock
+
 namespace camclock::app {
 
-/// Rows on their way from the receiving threads to the one that prints. A consumer that cannot keep up loses
-/// the oldest rows, and is told how many; it never holds up reception.
+/// Rows on their way from the receiving threads to the one that prints: a `MediaPacketQueue`, which a
+/// consumer may wait at. One that cannot keep up loses the oldest rows, and never holds up reception.
 class FrameQueue {
 public:
-    explicit FrameQueue(std::size_t capacity)
-        : capacity_(capacity) {}
+    explicit FrameQueue(int capacity)
+        : queue_(capacity) {}
 
+    /// Any thread.
     void Push(const FrameRow& row);
 
-    /// All rows there are; waits for the first of them, but not past `timeOut`.
+    /// All rows there are; waits for the first of them, but not past `timeOut`. One thread.
     std::vector<FrameRow> Take(std::chrono::milliseconds timeOut);
 
-    /// Rows that were lost so far.
-    std::uint64_t Dropped();
+    /// Rows that were lost. It counts what was pushed and not taken: ask when nobody pushes any more and all
+    /// that was left has been taken.
+    std::uint64_t Dropped() const { return pushed_ - taken_; }
 
 private:
-    const std::size_t capacity_;
-    std::mutex mutex_;  // guards the fields below
-    std::condition_variable filled_;
-    std::deque<FrameRow> rows_;
-    std::uint64_t dropped_ = 0;
+    MediaPacketQueue queue_;
+    std::atomic<std::uint64_t> pushed_{0};
+    std::uint64_t taken_ = 0;
+
+    std::mutex mutex_;  // guards news_; the queue has a lock of its own
+    std::condition_variable wake_;
+    bool news_ = false;  // something was pushed since the last Take
 };
 
 }  // namespace camclock::app

@@ -68,7 +68,7 @@ ExitCode WatchRun::Run() {
         fmt::print("{}\n", CsvHeader());
 
     const Clock::time_point start = Clock::now();
-    Clock::time_point nextTable = start;
+    Clock::time_point nextTable = start + view_.FirstAfter();
     for (const auto& camera : cameras_)
         camera->Start(start);
 
@@ -100,7 +100,9 @@ ExitCode WatchRun::Run() {
         camera->Stop();
     }
     _TakeRows(std::chrono::milliseconds(0));
-    if (!plan_.quiet)
+    view_.Clear();
+    const auto anyFrame = [](const StreamStatistics& statistics) { return statistics.Frames() > 0; };
+    if (!plan_.quiet && std::any_of(statistics_.begin(), statistics_.end(), anyFrame))
         _Summarise();
     return result;
 }
@@ -131,9 +133,11 @@ void WatchRun::_ShowTable() {
 }
 
 void WatchRun::_Summarise() {
-    view_.Clear();
     std::FILE* file = plan_.format == OutputFormat::kTable ? stdout : stderr;
-    PrintLines(file, SummaryTable(_Lines()));
+    std::vector<CameraLine> lines = _Lines();
+    for (std::size_t i = 0; i < lines.size(); ++i)
+        lines[i].state = cameras_[i]->LastFailure() ? cameras_[i]->LastFailure()->what : "";
+    PrintLines(file, SummaryTable(lines));
     if (queue_.Dropped() > 0)
         fmt::print(file, "{} frames were not printed: standard output could not keep up\n", queue_.Dropped());
 }

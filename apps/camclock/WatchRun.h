@@ -55,7 +55,7 @@ private:
     std::vector<CameraLine> _Lines();
 
     // Rows wait here while the printer is busy: more than a minute of four cameras.
-    static constexpr std::size_t kQueueCapacity = 8'192;
+    static constexpr int kQueueCapacity = 8'192;
 
     WatchPlan plan_;
     Observer observer_;
