@@ -12,6 +12,15 @@
 #include <utility>
 
 namespace camclock {
+namespace {
+
+using Callable = std::function<void()>;
+
+std::shared_ptr<Callable> Keep(Callable callable) {
+    return callable ? std::make_shared<Callable>(std::move(callable)) : nullptr;
+}
+
+}  // namespace
 
 TimeFilter::TimeFilter(std::string logPrefix)
     : log_(std::make_unique<AsynchronousLog>(new Log4CppWrap(categories::TimeFilter())))
@@ -105,18 +114,21 @@ bool TimeFilter::RequireRTCP() const {
 }
 
 void TimeFilter::SetStablePtst0(TimePoint t0, bool rtcpSync) {
-    const std::lock_guard<std::mutex> guard(stablePtsT0Mutex_);
-    if (stablePtsT0Locked_) {
-        _LogInfo("Not able to update stable pts t0, it has been set for this session");
-        return;
+    {
+        const std::lock_guard<std::mutex> guard(stablePtsT0Mutex_);
+        if (!stablePtsT0Locked_) {
+            if (!rtcpSync)
+                stablePtsT0NoRtcp_ = t0;
+            stablePtsT0_ = t0;
+            stablePtsT0Locked_ = rtcpSync;
+            log_->Post([t0, rtcpSync](std::stringstream& out) {
+                Print(out, "New stablePts T0 set: ", t0, " RTCP sync: ", rtcpSync);
+            });
+            return;
+        }
     }
-    if (!rtcpSync)
-        stablePtsT0NoRtcp_ = t0;
-    stablePtsT0_ = t0;
-    stablePtsT0Locked_ = rtcpSync;
-    log_->Post([t0, rtcpSync](std::stringstream& out) {
-        Print(out, "New stablePts T0 set: ", t0, " RTCP sync: ", rtcpSync);
-    });
+    // Without the lock: the category's appenders are the application's.
+    _LogInfo("Not able to update stable pts t0, it has been set for this session");
 }
 
 TimePoint TimeFilter::GetStablePtsT0(bool rtcpSync) const {
@@ -128,27 +140,29 @@ bool TimeFilter::StablePtsT0Locked() const {
 }
 
 void TimeFilter::AssignShutdownHandler(std::function<void()> handler) {
-    shutdownHandler_ = std::move(handler);
+    shutdownHandler_ = Keep(std::move(handler));
 }
 
 void TimeFilter::ShutDown() {
-    if (!shutdownHandler_) {
+    const std::shared_ptr<Callable> handler = shutdownHandler_;  // it may replace itself
+    if (!handler) {
         _LogInfo("Shutdown called with no handler assigned");
         return;
     }
     _LogInfo("Calling shutdown");
-    shutdownHandler_();
+    (*handler)();
 }
 
 void TimeFilter::SetTestStuff(std::function<void()> testFunc) {
-    testFunc_ = std::move(testFunc);
+    testFunc_ = Keep(std::move(testFunc));
 }
 
 void TimeFilter::TestStuff() {
-    if (!testFunc_)
+    const std::shared_ptr<Callable> testFunc = testFunc_;
+    if (!testFunc)
         return;
     _LogInfo("Calling  testfunc");
-    testFunc_();
+    (*testFunc)();
 }
 
 bool TimeFilter::_InfoEnabled() {

@@ -97,7 +97,9 @@ public:
     TimePoint GetStablePtsT0(bool rtcpSync) const;
     bool StablePtsT0Locked() const;
 
-    /// The handler that `ShutDown` calls, on the calling thread; replaces any earlier one.
+    /// The handler that `ShutDown` calls, on the calling thread; replaces any earlier one. It may assign
+    /// another handler or none. It must not destroy an instance of this camera: one of them may be the
+    /// caller.
     void AssignShutdownHandler(std::function<void()> handler);
 
     /// Asks the application to end this camera's session. Called by an instance after 1,000 stable time
@@ -168,8 +170,8 @@ private:
     std::atomic<bool> stablePtsT0Locked_{false};
     std::atomic<bool> requireRtcp_{false};
     std::unique_ptr<AsynchronousLog> log_;
-    std::function<void()> shutdownHandler_;
-    std::function<void()> testFunc_;
+    std::shared_ptr<std::function<void()>> shutdownHandler_;  // shared with a call that is under way
+    std::shared_ptr<std::function<void()>> testFunc_;
     std::atomic<std::int64_t> packetTimeOut_ms_{10'000};
     std::atomic<std::int64_t> rtcpTimeOut_ms_{30'000};
     std::atomic<std::int64_t> syncShift_ms_{0};
