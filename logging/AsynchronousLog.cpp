@@ -7,18 +7,14 @@
 #include <chrono>
 #include <locale>
 #include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 
 namespace camclock {
 namespace {
 
 constexpr std::chrono::milliseconds kPollInterval{10};
-
-/// log4cpp's text for this thread, which never changes.
-const std::string& ThreadId() {
-    thread_local const std::string id = log4cpp::threading::getThreadId();
-    return id;
-}
 
 /// A string stream that every message finds fresh. Making one costs more than most messages, so the last one
 /// is emptied and used again, unless a message has changed how it formats.
@@ -61,22 +57,37 @@ void AsynchronousLog::Post(Message message) {
 
 AsynchronousLog::Stamp AsynchronousLog::_StampNow() {
     // Log stamps come from the system clock, not from the settable process clock: they belong to the machine.
-    return {std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), ThreadId()};
+    // The thread's text never changes. It has no destructor, so that a static object's destructor, which runs
+    // after the main thread's own objects are gone, may still post.
+    thread_local const ThreadId threadId = _ThreadId();
+    return {std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now()), threadId};
+}
+
+/// log4cpp's text for the calling thread.
+AsynchronousLog::ThreadId AsynchronousLog::_ThreadId() {
+    const std::string text = log4cpp::threading::getThreadId();
+    ThreadId id{};
+    id.length = text.copy(id.text.data(), id.text.size());
+    return id;
 }
 
 void AsynchronousLog::_Run() {
     EntryQueue<Entry>::Batch batch;
     while (running_) {
-        {
-            const std::lock_guard<std::mutex> guard(queueMutex_);
-            queue_.Recycle(std::move(batch));
-            batch = queue_.TakeAll();
-        }
+        _TakeQueue(batch);
         if (batch.Empty())
             std::this_thread::sleep_for(kPollInterval);
         else
             _WriteBatch(batch);
     }
+}
+
+/// Gives the memory of the batch that has been written back to the queue and takes what has come since.
+void AsynchronousLog::_TakeQueue(EntryQueue<Entry>::Batch& batch) {
+    auto written = std::move(batch);  // what is too much to keep is freed without the lock
+    const std::lock_guard<std::mutex> guard(queueMutex_);
+    queue_.Recycle(written);
+    batch = queue_.TakeAll();
 }
 
 void AsynchronousLog::_WriteBatch(EntryQueue<Entry>::Batch& batch) {
@@ -85,7 +96,9 @@ void AsynchronousLog::_WriteBatch(EntryQueue<Entry>::Batch& batch) {
         for (std::size_t i = 0; i < block->used; ++i) {
             Entry& entry = block->entries[i];
             std::stringstream& out = stream.Fresh();
-            Print(out, "[[", entry.postedAt, " [", entry.threadId, "] ]] ");
+            const Stamp& stamp = entry.stamp;
+            Print(out, "[[", stamp.postedAt, " [",
+                  std::string_view(stamp.thread.text.data(), stamp.thread.length), "] ]] ");
             entry.message.Run(out);
             sink_->Write(out);
             entry.message.Clear();

@@ -6,11 +6,12 @@
 
 #include <camclock/TimePoint.h>
 
+#include <array>
 #include <atomic>
+#include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
-#include <string>
 #include <thread>
 #include <type_traits>
 #include <utility>
@@ -52,9 +53,8 @@ public:
         const Stamp stamp = _StampNow();
         const std::lock_guard<std::mutex> guard(queueMutex_);
         Entry& entry = queue_.Next();
+        entry.stamp = stamp;
         entry.message.Put(std::forward<Callable>(message));
-        entry.postedAt = stamp.time;
-        entry.threadId = stamp.threadId;
         queue_.Commit();
     }
 
@@ -63,19 +63,25 @@ public:
     void Post(Message message);
 
 private:
+    struct ThreadId {
+        std::array<char, 24> text;  // a 64-bit decimal
+        std::size_t length;
+    };
+
     struct Stamp {
-        TimePoint time;
-        const std::string& threadId;  // of the calling thread
+        TimePoint postedAt;  // system clock
+        ThreadId thread;     // that posted
     };
 
     struct Entry {
-        TimePoint postedAt;  // system clock
-        std::string threadId;
+        Stamp stamp;
         MessageSlot message;
     };
 
     static Stamp _StampNow();
+    static ThreadId _ThreadId();
     void _Run();
+    void _TakeQueue(EntryQueue<Entry>::Batch& batch);
     void _WriteBatch(EntryQueue<Entry>::Batch& batch);
 
     std::unique_ptr<LogWrap> sink_;

@@ -27,7 +27,11 @@ public:
 
         Batch() = default;
         Batch(Batch&&) = default;
-        Batch& operator=(Batch&&) = default;
+        Batch& operator=(Batch&& other) noexcept {
+            Release(first);
+            first = std::move(other.first);
+            return *this;
+        }
         ~Batch() { Release(first); }
 
         bool Empty() const { return !first; }
@@ -53,9 +57,9 @@ public:
         return std::move(queued_);
     }
 
-    /// Gives blocks back; their entries have been reset. What goes beyond the spare blocks of a busy moment
-    /// is freed.
-    void Recycle(Batch batch) {
+    /// Takes blocks back, whose entries have been reset, as many as a busy moment needs; the rest stays in
+    /// `batch`.
+    void Recycle(Batch& batch) {
         while (batch.first && spareCount_ < kMostSpareBlocks) {
             std::unique_ptr<Block> block = std::move(batch.first);
             batch.first = std::move(block->next);
