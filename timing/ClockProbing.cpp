@@ -123,7 +123,7 @@ std::int64_t TimeFilter::_MonotonicNow_ns() {
     const std::int64_t count = PerfCounter::Read();
     const std::int64_t frequency = PerfCounter::Frequency();
     return WrappingAdd(WrappingMultiply(count / frequency, kNanosecondsPerSecond),
-                       count % frequency * kNanosecondsPerSecond / frequency);
+                       WrappingMultiply(count % frequency, kNanosecondsPerSecond) / frequency);
 }
 
 }  // namespace camclock
