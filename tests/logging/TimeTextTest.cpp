@@ -10,6 +10,7 @@
 #include <limits>
 #include <random>
 #include <string>
+#include <thread>
 
 namespace camclock::test {
 namespace {
@@ -58,6 +59,12 @@ INSTANTIATE_TEST_SUITE_P(TimeTextCalendar, TimeTextTable,
                                                   "3001-01-01 20:59:59.999"}),
                          CaseName());
 #endif
+
+TEST(TimeText, TheLastSecondBefore1970IsInvalidOnAFreshThreadToo) {
+    std::string text;
+    std::thread([&text] { text = Text(TimePoint(Ticks(-15'000'000))); }).join();
+    EXPECT_EQ(text, "Invalid timepoint");
+}
 
 TEST(TimeText, WithoutMillisecondsNoneAreAppended) {
     EXPECT_EQ(TimePointToText(TimePoint(Ticks(19'331'644'299'999'999)), kFormat, false),
