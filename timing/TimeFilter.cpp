@@ -28,6 +28,9 @@ TimeFilter::TimeFilter(std::string logPrefix)
     _LogInfo("TimeFilter::TimeFilter");
 }
 
+TimeFilter::TimeFilter()
+    : TimeFilter(std::string()) {}
+
 TimeFilter::~TimeFilter() {
     _LogInfo("TimeFilter::~TimeFilter");
     CloseTimeProbing();

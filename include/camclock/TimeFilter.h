@@ -40,7 +40,8 @@ public:
     /// Starts the worker of the object's asynchronous log; throws `std::system_error` when no thread can be
     /// started. `logPrefix` stands in front of every message that this object writes directly to
     /// "RTSP.TimeFilter".
-    explicit TimeFilter(std::string logPrefix = std::string());
+    explicit TimeFilter(std::string logPrefix);
+    TimeFilter();  ///< with an empty prefix
 
     /// Stops probing, joins every thread; messages still queued in the logs are dropped.
     ~TimeFilter();
