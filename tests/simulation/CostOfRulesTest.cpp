@@ -125,7 +125,7 @@ TEST(CostOfRules, ACameraClockSteppedBackStaysWrongFor26TrustedCalls) {
     const Call last = receiver.RunUntil(20s).back();
     EXPECT_NEAR(last.Error_ms(), 0.0, 0.02);
     const std::vector<Call> calls = receiver.RunUntil(20s + 30 * 40ms);
-    ASSERT_EQ(calls.size(), 30u);
+    ASSERT_EQ(calls.size(), 30U);
     for (std::size_t k = 0; k < 26; ++k) {
         EXPECT_EQ(calls[k].TOC_host, last.TOC_host) << "call " << k + 1;
         EXPECT_TRUE(calls[k].trusted);
@@ -174,7 +174,7 @@ TEST(CostOfRules, BFramesLoseTheirOwnTimeToTheMonotonicClamp) {
     PrintMeasured("reference frames", references);
     PrintMeasured("B frames", Summarise(bFrames));
     EXPECT_LE(references.worst, 4.1) << "they arrive 4 ms after their capture";
-    ASSERT_GT(bFrames.size(), 400u);
+    ASSERT_GT(bFrames.size(), 400U);
     for (std::size_t k = 0; k < calls.size(); ++k) {
         if (calls[k].frameType != MediaPacket::kFrameB || k == 0)
             continue;

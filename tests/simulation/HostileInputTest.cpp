@@ -11,6 +11,7 @@
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <limits>
 #include <memory>
 #include <string>
@@ -32,7 +33,7 @@ constexpr std::size_t kThreads = 4;
 constexpr std::size_t kCameras = 6;
 
 std::uint64_t FromEnvironment(const char* name, std::uint64_t otherwise) {
-    const char* text = std::getenv(name);
+    const char* text = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): before any thread is started
     return text != nullptr && *text != '\0' ? std::strtoull(text, nullptr, 10) : otherwise;
 }
 
@@ -170,7 +171,7 @@ private:
         _CheckPromises(stream, *packet);
     }
 
-    void _CheckPromises(Stream& stream, const TimingData& packet) {
+    static void _CheckPromises(Stream& stream, const TimingData& packet) {
         const TimePoint TOC_host = stream.filter->GetCurrentTOC_Host();
         const auto trust = stream.filter->GetCurrentEstimationQuality();
         ASSERT_TRUE(trust == MediaPacket::kTrustGood || trust == MediaPacket::kTrustBad);
@@ -260,8 +261,10 @@ TEST(HostileInput, ManyStreamsOfSharedCamerasKeepWhatIsPromised) {
     const std::uint64_t seed = FromEnvironment("CAMCLOCK_SIMULATION_SEED", 20'260'115);
     std::printf("[ SEED     ] %llu, %llu packets\n", static_cast<unsigned long long>(seed),
                 static_cast<unsigned long long>(packets));
+    const std::filesystem::path directory = std::filesystem::path(testing::TempDir()) /
+                                            ("camclock-hostile-" + std::to_string(Utilities::GetCounter()));
+    std::filesystem::create_directories(directory);
     const ManualCounter counter;
-    const std::string directory = testing::TempDir();
     std::atomic<std::uint64_t> shutdowns{0};
     std::array<std::unique_ptr<TimeFilter>, kCameras> cameras;
     for (std::size_t k = 0; k < kCameras; ++k) {
@@ -269,13 +272,17 @@ TEST(HostileInput, ManyStreamsOfSharedCamerasKeepWhatIsPromised) {
         if (k != 1)  // one camera has no handler
             cameras[k]->AssignShutdownHandler([&] { ++shutdowns; });
     }
+    cameras[0]->EnableTimeLogging(directory.string());
     std::array<std::thread, kThreads> threads;
     for (std::size_t k = 0; k < kThreads; ++k) {
         threads[k] = std::thread([&, k] { Attack(cameras, seed * 1'000 + k).Run(packets / kThreads); });
     }
     for (std::thread& thread : threads)
         thread.join();
-    EXPECT_GT(shutdowns, 0u);
+    EXPECT_GT(shutdowns, 0U);
+    cameras = {};
+    EXPECT_GT(std::filesystem::file_size(directory / "timinglog0.txt"), 0U);
+    std::filesystem::remove_all(directory);
 }
 
 }  // namespace

@@ -106,7 +106,7 @@ TEST(ManyStreams, TwoHundredCamerasAtOnce) {
     for (const std::vector<Call>& ofThread : calls) {
         const Errors errors = Summarise(ofThread);
         PrintMeasured("fifty cameras of one thread", errors);
-        EXPECT_EQ(errors.count, 50u * 125u);
+        EXPECT_EQ(errors.count, 50U * 125U);
         EXPECT_LE(errors.p99, 2.0);
         EXPECT_LE(errors.worst, 3.5);
     }

@@ -35,7 +35,7 @@ TEST(SimulatedScenario, ConstantOffset) {
         settings.offset = Ticks(offset);
         Receiver receiver(settings);
         const Errors errors = Summarise(RunSettled(receiver, "offset"));
-        EXPECT_EQ(errors.count, 1'250u);
+        EXPECT_EQ(errors.count, 1'250U);
         EXPECT_LE(errors.p50, 1.2);
         EXPECT_LE(errors.p99, 2.0);
         EXPECT_LE(errors.worst, 2.5);
@@ -93,8 +93,8 @@ TEST(SimulatedScenario, Loss) {
     Receiver receiver(settings);
     const std::vector<Call> calls = RunSettled(receiver, "loss of 30 %");
     const Errors errors = Summarise(calls);
-    EXPECT_LT(errors.count, 1'000u);
-    EXPECT_GT(errors.count, 750u);
+    EXPECT_LT(errors.count, 1'000U);
+    EXPECT_GT(errors.count, 750U);
     EXPECT_LE(errors.p99, 2.0);
     EXPECT_LE(errors.worst, 2.5);
 }
@@ -116,7 +116,7 @@ TEST(SimulatedScenario, Reordering) {
     }
     PrintMeasured("  frames in turn", Summarise(inTurn));
     PrintMeasured("  overtaken frames", Summarise(overtaken));
-    EXPECT_GT(overtaken.size(), 40u);
+    EXPECT_GT(overtaken.size(), 40U);
     EXPECT_LE(Summarise(inTurn).worst, 1.5);
     EXPECT_LE(Summarise(overtaken).worst, 41.5);
 }
@@ -135,7 +135,7 @@ AfterJump RunJump(Receiver& receiver, std::chrono::milliseconds report, const st
     calls.settling = receiver.RunUntil(report + 51 * 40ms);
     PrintMeasured(what + ": calls 1 to 26", Summarise(calls.old));
     PrintMeasured(what + ": calls 27 to 51", Summarise(calls.settling));
-    EXPECT_EQ(calls.old.size(), 26u);
+    EXPECT_EQ(calls.old.size(), 26U);
     return calls;
 }
 
@@ -157,7 +157,7 @@ TEST(SimulatedScenario, ReportJumpsForward) {
     EXPECT_LE(Summarise(receiver.RunUntil(kEnd)).worst, 2.5);
 }
 
-// Set back: what the camera says lies before the last answer, which is issued again and again, and trusted.
+// Set back: what the camera says lies before the last answer, which is given again and again, and trusted.
 TEST(SimulatedScenario, ReportJumpsBack) {
     SimulatedCamera::Settings settings = Camera();
     settings.steps = {{Ticks(180'000'000), Ticks(-35'000'000'000)}};
@@ -194,7 +194,7 @@ TEST(SimulatedScenario, NoReports) {
     settings.reportInterval = Ticks{};
     Receiver receiver(settings);
     const std::vector<Call> first = receiver.RunUntil(10ms);
-    ASSERT_EQ(first.size(), 1u);
+    ASSERT_EQ(first.size(), 1U);
     EXPECT_EQ(first[0].TOC_host, first[0].TOR_host) << "D is still 0 at the first call";
     const std::vector<Call> calls = RunSettled(receiver, "no reports");
     for (const Call& call : calls)
@@ -217,7 +217,7 @@ TEST(SimulatedScenario, RebootSeenByTheSameInstance) {
     receiver.RunUntil(kSettled);
     EXPECT_LE(Summarise(receiver.RunUntil(20s)).worst, 2.5);
     EXPECT_TRUE(receiver.Stream().PacketArrivalIsOk());
-    EXPECT_EQ(receiver.RunUntil(39s).size(), 0u);
+    EXPECT_EQ(receiver.RunUntil(39s).size(), 0U);
     EXPECT_FALSE(receiver.Stream().PacketArrivalIsOk());
     const Errors beforeReport = Summarise(receiver.RunUntil(41s));
     const Errors oldDifference = Summarise(receiver.RunUntil(41s + 26 * 40ms));
@@ -225,7 +225,7 @@ TEST(SimulatedScenario, RebootSeenByTheSameInstance) {
     PrintMeasured("reboot, same instance: until the first report", beforeReport);
     PrintMeasured("  26 calls after it", oldDifference);
     PrintMeasured("  after", after);
-    EXPECT_EQ(oldDifference.count, 26u);
+    EXPECT_EQ(oldDifference.count, 26U);
     EXPECT_LE(beforeReport.greatest, 50.0) << "never after the reception";
     EXPECT_LE(oldDifference.greatest, 50.0);
     EXPECT_LE(after.worst, 2.5);

@@ -13,10 +13,11 @@ namespace {
 
 TEST(SimulatedCamera, RandomNumbersAreTheSameEverywhere) {
     Random random(42);
-    EXPECT_EQ(random.Next(), 13679457532755275413u);
-    EXPECT_EQ(random.Next(), 2949826092126892291u);
+    EXPECT_EQ(random.Next(), 13679457532755275413U);
+    EXPECT_EQ(random.Next(), 2949826092126892291U);
     Random exponential(42);
     std::vector<std::int64_t> samples;
+    samples.reserve(5);
     for (int k = 0; k < 5; ++k)
         samples.push_back(exponential.Exponential(Ticks(1'000'000)).count());
     EXPECT_EQ(samples, (std::vector<std::int64_t>{298'992, 1'833'141, 1'277'974, 1'066'559, 3'269'375}));
@@ -26,13 +27,14 @@ TEST(SimulatedCamera, NetworkModelsHaveTheMedianThatTheyState) {
     for (const NetworkModel& model : {kLan, kBusyLan, kWifi, kWan}) {
         Random random(7);
         std::vector<Ticks> latencies;
+        latencies.reserve(20'001);
         for (int k = 0; k < 20'001; ++k)
             latencies.push_back(model.Draw(random));
         std::sort(latencies.begin(), latencies.end());
         const double median_ms = static_cast<double>(latencies[10'000].count()) / 10'000.0;
         const double tolerance_ms = 0.03 * static_cast<double>(model.queueing.count()) / 10'000.0;
         EXPECT_NEAR(median_ms, model.Median_ms(), tolerance_ms) << model.name;
-        const double spikes =
+        const auto spikes =
             static_cast<double>(std::count_if(latencies.begin(), latencies.end(), [&](Ticks latency) {
                 return latency >= model.base + model.spike;
             }));
@@ -138,7 +140,7 @@ TEST(SimulatedCamera, RebootChangesSourceAndClockAndLeavesAGap) {
         longestGap = (std::max)(longestGap, arrival.capture_host - last);
         last = arrival.capture_host;
     }
-    EXPECT_EQ(framesOfSource.size(), 2u);
+    EXPECT_EQ(framesOfSource.size(), 2U);
     EXPECT_EQ(longestGap.count(), 200'400'000);
     EXPECT_EQ((camera.CameraTime(last) - last).count(), -5'000'000);
 }

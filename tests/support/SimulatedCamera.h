@@ -26,10 +26,10 @@ public:
         : state_(seed) {}
 
     std::uint64_t Next() {
-        state_ += 0x9E3779B97F4A7C15u;
+        state_ += 0x9E3779B97F4A7C15U;
         std::uint64_t mixed = state_;
-        mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9u;
-        mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EBu;
+        mixed = (mixed ^ (mixed >> 30)) * 0xBF58476D1CE4E5B9U;
+        mixed = (mixed ^ (mixed >> 27)) * 0x94D049BB133111EBU;
         return mixed ^ (mixed >> 31);
     }
 
