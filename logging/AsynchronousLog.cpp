@@ -1,6 +1,7 @@
 #include "logging/AsynchronousLog.h"
 
 #include "logging/Text.h"
+#include "logging/WorkerThread.h"
 
 #include <log4cpp/threading/Threading.hh>
 
@@ -72,6 +73,7 @@ AsynchronousLog::ThreadId AsynchronousLog::_ThreadId() {
 }
 
 void AsynchronousLog::_Run() {
+    AllowLateWakeups();
     EntryQueue<Entry>::Batch batch;
     while (running_) {
         _TakeQueue(batch);
