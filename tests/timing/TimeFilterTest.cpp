@@ -192,6 +192,25 @@ TEST_F(TimeFilterTest, ShutDownCallsTheLatestHandlerEveryTime) {
               (Lines{"Gate 3: Calling shutdown", "Gate 3: Calling shutdown", "Gate 3: Calling shutdown"}));
 }
 
+TEST_F(TimeFilterTest, AHandlerMayReplaceItselfAndKeepsItsStateBetweenCalls) {
+    std::vector<std::string> calls;
+    const std::string name = "a text that is too long to stand inside the callable";
+    camera_->AssignShutdownHandler([this, &calls, name, count = 0]() mutable {
+        if (++count == 2)
+            camera_->AssignShutdownHandler(nullptr);
+        calls.push_back(name + std::to_string(count));
+    });
+    camera_->SetTestStuff([this, &calls, name] {
+        camera_->SetTestStuff(nullptr);
+        calls.push_back(name);
+    });
+    for (int call = 0; call < 3; ++call) {
+        camera_->ShutDown();
+        camera_->TestStuff();
+    }
+    EXPECT_EQ(calls, (std::vector<std::string>{name + "1", name, name + "2"}));
+}
+
 TEST_F(TimeFilterTest, HandlersRunOnTheCallingThread) {
     std::thread::id shutdownThread;
     std::thread::id testThread;
