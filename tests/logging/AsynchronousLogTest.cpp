@@ -2,6 +2,7 @@
 
 #include "logging/TimeText.h"
 #include "support/CapturingSink.h"
+#include "support/LogFences.h"
 #include "support/Stamp.h"
 
 #include <log4cpp/threading/Threading.hh>
@@ -47,17 +48,6 @@ Lines WithoutStamps(const Lines& lines) {
     for (const std::string& line : lines)
         result.push_back(WithoutStamp(line));
     return result;
-}
-
-/// Posts until a message is dropped at once, which tells that the log's destruction has begun.
-void PostUntilDropped(AsynchronousLog& log) {
-    for (;;) {
-        const auto token = std::make_shared<int>(0);
-        log.Post([token](std::stringstream& out) { out << "must not be written"; });
-        if (token.use_count() == 1)
-            return;
-        std::this_thread::yield();
-    }
 }
 
 TEST(AsynchronousLog, StampsALineWithTimeAndThread) {
@@ -134,6 +124,26 @@ TEST(AsynchronousLog, GivesEveryMessageAFreshStream) {
     EXPECT_EQ(lines.All()[2], "a message may take the stamp away");
 }
 
+TEST(AsynchronousLog, WritesABurst) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    lines.Hold();
+    log.Post(Say("blocks the worker"));
+    ASSERT_TRUE(lines.WaitFor(1));
+    for (int i = 0; i < 5'000; ++i)  // more than the memory that the log keeps
+        log.Post([i, large = std::string(300, 'x')](std::stringstream& out) { out << i << large; });
+    lines.Release();
+    ASSERT_TRUE(lines.WaitFor(5'001));
+    for (int i = 0; i < 100; ++i)
+        log.Post(Say("after the burst"));
+    ASSERT_TRUE(lines.WaitFor(5'101));
+    const Lines all = lines.All();
+    for (int i = 0; i < 5'000; ++i)
+        ASSERT_EQ(WithoutStamp(all[static_cast<std::size_t>(i) + 1]),
+                  std::to_string(i) + std::string(300, 'x'));
+    EXPECT_EQ(WithoutStamp(all.back()), "after the burst");
+}
+
 TEST(AsynchronousLog, ReleasesAMessageOnceItIsWritten) {
     CapturedLines lines;
     AsynchronousLog log(new CapturingSink(lines));
@@ -201,7 +211,7 @@ TEST(AsynchronousLog, DestructionDropsWhatIsQueuedAndCompletesTheBatchInHand) {
 
     AsynchronousLog& dying = *log;
     std::thread destroyer([&log] { log.reset(); });
-    PostUntilDropped(dying);
+    WaitForDestruction(dying);
     EXPECT_EQ(token.use_count(), 2) << "queued, and neither run nor dropped yet";
     lines.Release();
     destroyer.join();
@@ -219,7 +229,7 @@ TEST(AsynchronousLog, DestructionOfABusyLogWritesNoneOfTheQueued) {
         log->Post(Say("queued"));
     AsynchronousLog& dying = *log;
     std::thread destroyer([&log] { log.reset(); });
-    PostUntilDropped(dying);
+    WaitForDestruction(dying);
     lines.Release();
     destroyer.join();
     EXPECT_EQ(WithoutStamps(lines.All()), Lines{"in hand"});

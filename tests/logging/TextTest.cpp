@@ -17,6 +17,20 @@ TEST(Text, PutsItsPartsOneAfterTheOther) {
     EXPECT_EQ(Text("at ", TimePoint(Ticks(1'420'000))), "at 1970-01-01 00:00:00.142");
 }
 
+TEST(Text, GrowsWithItsParts) {
+    const std::string part(511, 'x');
+    EXPECT_EQ(Text(part, 'y'), part + 'y');
+    EXPECT_EQ(Text(part, "yz", part, std::int64_t{-1}, part, TimePoint{}),
+              part + "yz" + part + "-1" + part + "1970-01-01 00:00:00.000");
+}
+
+TEST(Text, PrintWritesTheSameToAStream) {
+    std::stringstream out;
+    out << std::hex;
+    Print(out, 255, " ", TimePoint(Ticks(-1)), " ", 0.5, std::string(1'000, 'x'));
+    EXPECT_EQ(out.str(), "255 1970-01-01 00:00:00.000 0.5" + std::string(1'000, 'x'));
+}
+
 TEST(Text, WritesIntegersAsPlainDecimals) {
     EXPECT_EQ(Text((std::numeric_limits<std::int64_t>::min)()), "-9223372036854775808");
     EXPECT_EQ(Text((std::numeric_limits<std::uint64_t>::max)()), "18446744073709551615");

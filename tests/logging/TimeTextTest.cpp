@@ -1,5 +1,5 @@
-#include "logging/Text.h"
 #include "logging/TimeText.h"
+#include "logging/Text.h"
 
 #include "support/NamedCases.h"
 #include "support/TimeZone.h"
