@@ -166,6 +166,37 @@ TEST_F(LatencyEstimate, EstimatesAreInitializedWithoutFilteringOrWithoutAProbe) 
     EXPECT_TRUE(stream_->TimeEstimatesInitialized());
 }
 
+// With a probe, that is between UseICMP and CloseTimeProbing; nothing is probed before a difference is
+// expected, and without a report none is.
+TEST_F(LatencyEstimate, ProbingMessagePrintsLatencyLessD) {
+    camera_.UseICMP("127.0.0.1", seconds(3'600), "", false);
+    camera_.SetD(milliseconds(250));
+    for (int i = 0; i < 201; ++i)
+        EXPECT_EQ(DAfter(milliseconds(0)), 250);  // D is the probe's
+    const std::string told = "S7 \tStream median latency estimate [ms]: -250\n"
+                             "\tD_hat: -30 [ms]\n"
+                             "\tD: 250 [ms]\n"
+                             "\tD - D_hat: 280 [ms]\n";
+    Lines messages;
+    for (const std::string& message : StreamDeferredButTraces()) {
+        if (message.find("median latency") != std::string::npos)
+            messages.push_back(message);
+    }
+    EXPECT_EQ(messages, (Lines{told, told, told}));  // on estimates 1, 101 and 201
+    camera_.CloseTimeProbing();
+    EXPECT_EQ(DAfter(milliseconds(0)), -30);
+}
+
+TEST_F(LatencyEstimate, WithAProbeEstimatesAreInitializedOnceItHasSettled) {
+    camera_.UseICMP("127.0.0.1", seconds(3'600), "", false);
+    EXPECT_FALSE(stream_->TimeEstimatesInitialized());
+    stream_->DoTimeFiltering(false);
+    EXPECT_TRUE(stream_->TimeEstimatesInitialized());
+    stream_->DoTimeFiltering(true);
+    camera_.CloseTimeProbing();
+    EXPECT_TRUE(stream_->TimeEstimatesInitialized());
+}
+
 using LatencyEstimateAboveInfo = SilentStreamFixture;
 
 TEST_F(LatencyEstimateAboveInfo, SetsTheMeanLatencyAndWritesNothing) {

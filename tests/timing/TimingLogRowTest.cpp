@@ -1,11 +1,10 @@
 #include "timing/StreamFixture.h"
 
-#include "logging/AsynchronousLog.h"
+#include "support/LogFences.h"
 #include "support/Stamp.h"
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
-#include <future>
 #include <thread>
 
 namespace camclock::test {
@@ -21,12 +20,7 @@ protected:
     /// The whole file behind its stamp and its two header lines, once everything posted so far has been
     /// written.
     std::string Rows() {
-        const auto written = std::make_shared<std::promise<void>>();
-        camera_.TimeLog().Post([written](std::stringstream& out) {
-            out.str(std::string());
-            written->set_value();
-        });
-        EXPECT_EQ(written->get_future().wait_for(kDeadline), std::future_status::ready);
+        EXPECT_TRUE(WaitUntilWritten(camera_.TimeLog()));
         camera_.EnableTimeLogging(directory_.Name());  // closes the first file
         const std::string text = directory_.Read("timinglog0.txt");
         EXPECT_TRUE(HasStamp(text));

@@ -1,6 +1,6 @@
 #include "timing/StreamFixture.h"
 
-#include "logging/AsynchronousLog.h"
+#include "support/LogFences.h"
 #include "support/Stamp.h"
 #include "support/TemporaryDirectory.h"
 #include "timing/TimingLogColumns.h"
@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <future>
+#include <thread>
 
 namespace camclock::test {
 namespace {
@@ -19,15 +20,7 @@ constexpr const char* kHeader =
 
 class TimingLog : public StreamFixture {
 protected:
-    /// Waits until everything that was posted so far has been written.
-    void WaitForWrites() {
-        const auto written = std::make_shared<std::promise<void>>();
-        camera_.TimeLog().Post([written](std::stringstream& out) {
-            out.str(std::string());
-            written->set_value();
-        });
-        ASSERT_EQ(written->get_future().wait_for(kDeadline), std::future_status::ready);
-    }
+    void WaitForWrites() { ASSERT_TRUE(WaitUntilWritten(camera_.TimeLog())); }
 
     TemporaryDirectory directory_;
 };
@@ -113,13 +106,7 @@ TEST_F(TimingLog, ANewLogDropsWhatTheOldOneHasQueued) {
     camera_.TimeLog().Post([token](std::stringstream& out) { out.str("queued\n"); });
     AsynchronousLog& old = camera_.TimeLog();
     std::thread replacer([this] { camera_.EnableTimeLogging(directory_.Name()); });
-    for (;;) {  // a message that is dropped at once tells that the old log's end has begun
-        const auto probe = std::make_shared<int>(0);
-        old.Post([probe](std::stringstream&) {});
-        if (probe.use_count() == 1)
-            break;
-        std::this_thread::yield();
-    }
+    WaitForDestruction(old);
     resume.set_value();
     replacer.join();
     EXPECT_EQ(token.use_count(), 1);
