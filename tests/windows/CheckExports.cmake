@@ -1,9 +1,19 @@
-# Reads the export table of DLL and fails unless it holds members of every public class and nothing else.
+# Reads the export table of DLL and fails unless it holds members of every class that the public headers export, and
+# nothing else.
 cmake_minimum_required(VERSION 3.22)
-set(public_classes
-  TimeFilter TimeFilterInstance
-  MediaPacketQueue
-  Utilities)
+file(GLOB headers "${HEADERS}/*.h")
+set(public_classes "")
+foreach(header IN LISTS headers)
+  file(STRINGS "${header}" lines REGEX "^(class|struct) CAMCLOCK_API ")
+  foreach(line IN LISTS lines)
+    string(REGEX REPLACE "^(class|struct) CAMCLOCK_API ([A-Za-z0-9_]+).*" "\\2" name "${line}")
+    list(APPEND public_classes "${name}")
+  endforeach()
+endforeach()
+list(LENGTH public_classes count)
+if(count LESS 7)
+  message(FATAL_ERROR "the public headers declare too few exported classes: ${public_classes}")
+endif()
 
 execute_process(
   COMMAND "${OBJDUMP}" -p "${DLL}"

@@ -33,7 +33,7 @@ foreach(file IN ITEMS bin/camclock.dll bin/liblog4cpp.dll include/camclock/TimeF
 endforeach()
 
 run("configuring the consumer" "${CMAKE_COMMAND}" -G "${GENERATOR}" -S "${SOURCE_DIR}" -B "${SCRATCH_DIR}/consumer"
-  "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}" "-DCMAKE_PREFIX_PATH=${package}" -DCMAKE_BUILD_TYPE=Release)
+  "-DCMAKE_TOOLCHAIN_FILE=${TOOLCHAIN}" "-DCMAKE_PREFIX_PATH=${package}" -DCMAKE_BUILD_TYPE=Debug)  # nothing inlined
 run("building the consumer" "${CMAKE_COMMAND}" --build "${SCRATCH_DIR}/consumer")
 
 set(ENV{WINEPATH} "${package}/bin")  # what PATH is on Windows

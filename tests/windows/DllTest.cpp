@@ -4,21 +4,25 @@
 
 #include <windows.h>
 
+#include <camclock/BinaryStreamParser.h>
+#include <camclock/MP4VESParser.h>
 #include <camclock/MediaPacketQueue.h>
 #include <camclock/MediaPacketStruct.h>
+#include <camclock/ParameterSetParser.h>
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
 #include <camclock/Utilities.h>
 #include <camclock/Version.h>
 
+#include "support/CapturingAppender.h"
+#include "support/TemporaryDirectory.h"
+
 #include <gtest/gtest.h>
-#include <log4cpp/Appender.hh>
 #include <log4cpp/Category.hh>
 #include <tlhelp32.h>
 
 #include <chrono>
 #include <cstdint>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <memory>
@@ -30,30 +34,11 @@ namespace {
 
 using camclock::Ticks;
 using camclock::TimePoint;
+using camclock::test::CapturingAppender;
+using camclock::test::TemporaryDirectory;
 using std::chrono::milliseconds;
 
 constexpr std::uint32_t kSecondsFrom1900To1970 = 2'208'988'800U;
-
-/// Keeps what a log4cpp category hands out.
-class KeepingAppender : public log4cpp::Appender {
-public:
-    explicit KeepingAppender(std::vector<std::string>& lines)
-        : log4cpp::Appender("keeping")
-        , lines_(lines) {}
-
-    void doAppend(const log4cpp::LoggingEvent& event) override { lines_.push_back(event.message); }
-    void close() override {}
-    bool reopen() override { return true; }
-    bool requiresLayout() const override { return false; }
-    void setLayout(log4cpp::Layout*) override {}
-    void setThreshold(log4cpp::Priority::Value) override {}
-    log4cpp::Priority::Value getThreshold() override { return log4cpp::Priority::NOTSET; }
-    void setFilter(log4cpp::Filter*) override {}
-    log4cpp::Filter* getFilter() override { return nullptr; }
-
-private:
-    std::vector<std::string>& lines_;
-};
 
 /// The threads of this process.
 int ThreadCount() {
@@ -67,30 +52,8 @@ int ThreadCount() {
     return count;
 }
 
-/// A new empty directory, removed with everything in it at the end.
-class ScratchDirectory {
-public:
-    ScratchDirectory()
-        : path_(std::filesystem::temp_directory_path() /
-                ("camclock-" + std::to_string(GetCurrentProcessId()) + "-" +
-                 std::to_string(GetTickCount64()))) {
-        std::filesystem::create_directories(path_);
-    }
-    ~ScratchDirectory() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-    ScratchDirectory(const ScratchDirectory&) = delete;
-    ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-
-    const std::filesystem::path& Path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-};
-
 /// The bytes of a file, line ends as they stand.
-std::string BytesOf(const std::filesystem::path& path) {
+std::string BytesOf(const std::string& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
@@ -195,29 +158,22 @@ TEST(Dll, FiltersAStream) {
 }
 
 TEST(Dll, SharesTheLogCategoriesWithTheApplication) {
-    std::vector<std::string> lines;
-    log4cpp::Category& category = log4cpp::Category::getInstance("RTSP.TimeFilter");
-    category.setPriority(log4cpp::Priority::INFO);
-    category.setAdditivity(false);
-    KeepingAppender appender(lines);
-    category.addAppender(appender);
+    const CapturingAppender appender(log4cpp::Category::getInstance("RTSP.TimeFilter"));
     { const camclock::TimeFilter camera("Gate 3: "); }
-    category.removeAllAppenders();
-    category.setPriority(log4cpp::Priority::NOTSET);
-
-    EXPECT_EQ(lines, (std::vector<std::string>{
-                         "Gate 3: TimeFilter::TimeFilter", "Gate 3: TimeFilter::~TimeFilter",
-                         "Gate 3: TimeFilter::CloseTimeProbing", "Gate 3: Waiting for probe tasks to finish",
-                         "Gate 3: Done waiting for probe tasks"}));
+    EXPECT_EQ(appender.Direct(),
+              (std::vector<std::string>{"Gate 3: TimeFilter::TimeFilter", "Gate 3: TimeFilter::~TimeFilter",
+                                        "Gate 3: TimeFilter::CloseTimeProbing",
+                                        "Gate 3: Waiting for probe tasks to finish",
+                                        "Gate 3: Done waiting for probe tasks"}));
 }
 
 TEST(Dll, EndsItsThreadsWithTheirOwners) {
     { const camclock::TimeFilter warmUp; }
-    const ScratchDirectory directory;
+    const TemporaryDirectory directory;
     const int before = ThreadCount();
     {
         camclock::TimeFilter camera;
-        camera.EnableTimeLogging(directory.Path().string());
+        camera.EnableTimeLogging(directory.Name());
         const auto first = camera.CreateNewTimeFilter();
         const auto second = camera.CreateNewTimeFilter();
         EXPECT_EQ(ThreadCount(), before + 4);
@@ -261,6 +217,48 @@ TEST(Dll, PassesPacketsThroughAQueue) {
     EXPECT_EQ(queue.DequeueNextPacket(), nullptr);
 }
 
+/// A parser of the application's own, on top of the exported bit reader.
+class FlagReader : public camclock::BinaryStreamParser {
+public:
+    unsigned int ReadCode() { return _ReadExponentialGolombCode(); }
+    bool AtEnd() const { return endOfData_; }
+};
+
+TEST(Dll, LendsItsBitReaderAsABaseClass) {
+    std::vector<unsigned char> bytes{0b1'010'011'0, 0b0100'0000};
+    const auto reader = std::make_unique<FlagReader>();
+    reader->InitParser(bytes.data(), static_cast<unsigned int>(bytes.size()));
+    EXPECT_EQ(reader->ReadCode(), 0U);
+    EXPECT_EQ(reader->ReadCode(), 1U);
+    EXPECT_EQ(reader->ReadCode(), 2U);
+    EXPECT_EQ(reader->ReadCode(), 3U);
+    EXPECT_FALSE(reader->AtEnd());
+}
+
+TEST(Dll, ReadsParameterSets) {
+    camclock::ParameterSetParser parser;
+    std::string sprops = "Z0IAHtoFB+Q=";  // Baseline profile, level 3.0, 20 by 15 macroblocks
+    parser.SetSpropsString(sprops);
+    const camclock::ParameterSetParser copy = parser;
+    EXPECT_TRUE(copy.GetSPS().valid);
+    EXPECT_EQ(copy.GetSPS().profile_idc, 66U);
+    unsigned int width = 0;
+    unsigned int height = 0;
+    parser.GetImageSize(width, height);
+    EXPECT_EQ(width, 320U);
+    EXPECT_EQ(height, 240U);
+}
+
+TEST(Dll, ReadsVisualHeaders) {
+    camclock::MP4VESParser parser;
+    std::string configuration = "000001B0F5";
+    EXPECT_TRUE(parser.TryParseString(configuration));
+    EXPECT_EQ(parser.GetVisualObjectSequence().profile_and_level_indication, 0xF5U);
+    bool valid = true;
+    EXPECT_EQ(parser.GetPixelFormat(valid), camclock::MediaPacket::kPixel420);
+    EXPECT_FALSE(valid);
+}
+
 TEST(Dll, LetsTheApplicationsExceptionsThrough) {
     camclock::TimeFilter camera;
     camera.AssignShutdownHandler([] { throw std::runtime_error("the application's own"); });
@@ -273,11 +271,11 @@ TEST(Dll, LetsTheApplicationsExceptionsThrough) {
 }
 
 TEST(Dll, WritesTheTimingLogBehindABackslashAndWithTheLineEndsOfTextFiles) {
-    const ScratchDirectory directory;
-    const std::string file = directory.Path().string() + "\\timinglog0.txt";
+    const TemporaryDirectory directory;
+    const std::string file = directory.Name() + "\\timinglog0.txt";
     {
         camclock::TimeFilter camera;
-        camera.EnableTimeLogging(directory.Path().string());
+        camera.EnableTimeLogging(directory.Name());
         const auto stream = camera.CreateNewTimeFilter();
         stream->UpdateSyncInfo(ReportAt(1'000'000'000, 0));
         // What is queued at the end is dropped: rows are added until a first full buffer has reached the
