@@ -83,10 +83,10 @@ inline Errors Summarise(const std::vector<Call>& calls) {
 /// Prints what was measured, so that the figures in docs/clocks.md can be had again.
 inline void PrintMeasured(const std::string& what, const Errors& errors) {
     std::printf(
-        "[ MEASURED ] %s: %zu calls, |error| p50 %.3f p99 %.3f max %.3f ms; error %.3f to %.3f, mean %.3f "
+        "[ MEASURED ] %s: %s calls, |error| p50 %.3f p99 %.3f max %.3f ms; error %.3f to %.3f, mean %.3f "
         "ms; trusted %.1f %%\n",
-        what.c_str(), errors.count, errors.p50, errors.p99, errors.worst, errors.least, errors.greatest,
-        errors.mean, errors.trusted * 100.0);
+        what.c_str(), std::to_string(errors.count).c_str(), errors.p50, errors.p99, errors.worst,
+        errors.least, errors.greatest, errors.mean, errors.trusted * 100.0);
 }
 
 /// Hands one packet over and takes down what came of it.
