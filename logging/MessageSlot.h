@@ -22,7 +22,9 @@ public:
     template <class Message>
     void Put(Message&& message) {
         using Kept = std::decay_t<Message>;
-        if constexpr (sizeof(Kept) <= kSize && alignof(Kept) <= alignof(std::max_align_t)) {
+        constexpr bool kFits = sizeof(Kept) <= kSize;
+        constexpr bool kIsAligned = alignof(Kept) <= alignof(std::max_align_t);
+        if constexpr (kFits && kIsAligned) {
             ::new (static_cast<void*>(memory_)) Kept(std::forward<Message>(message));
             run_ = [](void* kept, std::stringstream& out) { (*static_cast<Kept*>(kept))(out); };
             destroy_ = [](void* kept) { static_cast<Kept*>(kept)->~Kept(); };
