@@ -26,7 +26,7 @@ public:
         std::unique_ptr<Block> first;
 
         Batch() = default;
-        Batch(Batch&&) = default;
+        Batch(Batch&&) noexcept = default;
         Batch& operator=(Batch&& other) noexcept {
             Release(first);
             first = std::move(other.first);
