@@ -14,5 +14,6 @@ namespace camclock::app {
 
 void AddWatch(CLI::App& program, ExitCode& exitCode);
 void AddDemo(CLI::App& program, ExitCode& exitCode);
+void AddInspect(CLI::App& program, ExitCode& exitCode);
 
 }  // namespace camclock::app

@@ -9,6 +9,7 @@ namespace camclock::app {
 enum class ExitCode : int {
     kSuccess = 0,
     kInternalError = 1,     ///< something failed that has no code of its own
+    kInvalidHeader = 1,     ///< `inspect`: a header is not valid
     kUsage = 2,             ///< the command line cannot be understood
     kBadUrl = 3,            ///< not a URL of a stream
     kNotReachable = 4,      ///< refused, or no way to the camera, or its name is unknown

@@ -26,6 +26,7 @@ int main(int argc, char** argv) {
         "This build has no GStreamer and therefore neither `watch` nor `demo`: install GStreamer's\n"
         "development packages and build again (docs/program.md names them).");
 #endif
+    camclock::app::AddInspect(program, exitCode);
 
     try {
         program.parse(argc, argv);
