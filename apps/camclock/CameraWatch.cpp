@@ -135,6 +135,11 @@ std::optional<StreamFormat> CameraWatch::Format() {
     return session ? std::optional<StreamFormat>(session->Format()) : std::nullopt;
 }
 
+std::optional<PictureFormat> CameraWatch::Picture() {
+    const std::shared_ptr<StreamSession> session = _Session();
+    return session ? session->Picture() : std::nullopt;
+}
+
 std::shared_ptr<StreamSession> CameraWatch::_Session() {
     const std::lock_guard<std::mutex> guard(sessionMutex_);
     return session_;

@@ -58,6 +58,9 @@ public:
     /// The stream's format, once there has been a connection.
     std::optional<StreamFormat> Format();
 
+    /// Size and pixel format of its pictures, once a header has told.
+    std::optional<PictureFormat> Picture();
+
 private:
     void _Connect(Clock::time_point now);
     std::shared_ptr<StreamSession> _Session();

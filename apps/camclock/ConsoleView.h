@@ -15,7 +15,7 @@ struct CameraLine {
     std::string transport;
     std::string state;  ///< "connecting", "receiving", "waiting", "ended"
     std::string codec;  ///< empty: not known yet
-    std::string size;   ///< "640x480"; empty: not known
+    std::string size;   ///< "640x480 4:2:0"; empty: not known
     const StreamStatistics* statistics = nullptr;
 };
 

@@ -13,9 +13,14 @@ constexpr int kMaxMisorder = 100;
 
 }  // namespace
 
-FrameAssembler::FrameAssembler(Codec codec, FrameSink sink)
-    : codec_(codec)
+FrameAssembler::FrameAssembler(TypeReader typeOf, FrameSink sink)
+    : typeOf_(std::move(typeOf))
     , sink_(std::move(sink)) {}
+
+FrameAssembler::FrameAssembler(Codec codec, FrameSink sink)
+    : FrameAssembler([codec](const std::uint8_t* payload,
+                             std::size_t size) { return FrameTypeOf(codec, payload, size); },
+                     std::move(sink)) {}
 
 void FrameAssembler::Add(const RtpPacket& packet) {
     if (started_) {
@@ -63,7 +68,7 @@ void FrameAssembler::_Append(const RtpPacket& packet) {
     ++frame_.packets;
     frame_.bytes += packet.size;
     if (frame_.type == MediaPacket::kFrameUnknown)
-        frame_.type = FrameTypeOf(codec_, packet.payload, packet.size);
+        frame_.type = typeOf_(packet.payload, packet.size);
 }
 
 void FrameAssembler::_Complete() {

@@ -4,6 +4,7 @@
 
 #include <camclock/MediaPacket.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 
@@ -33,6 +34,12 @@ class FrameAssembler {
 public:
     using FrameSink = std::function<void(const Frame&)>;
 
+    /// The kind of the frame that a payload is a part of; `kFrameUnknown` when it does not tell.
+    using TypeReader = std::function<MediaPacket::Frametype(const std::uint8_t* payload, std::size_t size)>;
+
+    FrameAssembler(TypeReader typeOf, FrameSink sink);
+
+    /// With the frame types that packets of this codec tell by themselves.
     FrameAssembler(Codec codec, FrameSink sink);
 
     /// Takes the next packet; calls the sink for every frame that it completes, two at most.
@@ -52,7 +59,7 @@ private:
     void _Append(const RtpPacket& packet);
     void _Complete();
 
-    Codec codec_;
+    TypeReader typeOf_;
     FrameSink sink_;
     Frame frame_;
     bool open_ = false;     // a frame is being collected

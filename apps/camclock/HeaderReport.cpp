@@ -1,6 +1,7 @@
 #include "HeaderReport.h"
 
 #include "HexText.h"
+#include "PictureHeaders.h"
 #include "SdpHeaders.h"
 
 #include <camclock/MP4VESParser.h>
@@ -212,17 +213,6 @@ ordered_json FieldsOf(const MP4VESParser::VideoObjectPlane& plane) {
 
 constexpr const char* kCutShort = "the data end before the header does";
 constexpr const char* kMissing = "not in the data";
-
-const char* PixelFormatText(MediaPacket::PixelFormat format) {
-    switch (format) {
-    case MediaPacket::kPixelMonochrome: return "monochrome";
-    case MediaPacket::kPixel420: return "4:2:0";
-    case MediaPacket::kPixel422: return "4:2:2";
-    case MediaPacket::kPixel444: return "4:4:4";
-    case MediaPacket::kPixelUnknown: break;
-    }
-    return "unknown";
-}
 
 ordered_json Picture(unsigned int width, unsigned int height, MediaPacket::PixelFormat format) {
     return {{"width", width}, {"height", height}, {"pixel_format", PixelFormatText(format)}};

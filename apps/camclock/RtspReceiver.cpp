@@ -148,6 +148,10 @@ struct RtspReceiver::Pipeline {
         gint clockRate = 0;
         if (gst_structure_get_int(&stream, "clock-rate", &clockRate) != FALSE && clockRate > 0)
             format.clockRate = static_cast<std::uint32_t>(clockRate);
+        const gchar* headers =
+            gst_structure_get_string(&stream, *codec == Codec::kH264 ? "sprop-parameter-sets" : "config");
+        if (headers != nullptr)
+            format.headers = headers;
         sessions[number] = makeSession(format);
         return true;
     }

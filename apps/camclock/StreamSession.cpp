@@ -13,7 +13,10 @@ StreamSession::StreamSession(TimeFilter& camera, std::string streamId, const Str
     , format_(format)
     , settings_(settings)
     , consumer_(std::move(consumer))
-    , assembler_(format.codec, [this](const Frame& frame) { _OnFrame(frame); }) {
+    , headers_(format.codec, format.headers)
+    , assembler_(
+          [this](const std::uint8_t* payload, std::size_t size) { return headers_.TypeOf(payload, size); },
+          [this](const Frame& frame) { _OnFrame(frame); }) {
     _StartInstance();
 }
 
@@ -36,6 +39,7 @@ void StreamSession::OnPacket(const RtpPacket& packet) {
     }
     anyPacket_ = true;
     SSRC_ = packet.SSRC;
+    headers_.Take(packet.payload, packet.size);
     assembler_.Add(packet);
 }
 
@@ -52,6 +56,16 @@ void StreamSession::OnSenderReport(const SenderReport& report, TimePoint arrival
     rtcpSync_ = true;
     ++reports_;
     lastReport_host_ = arrival;
+}
+
+std::optional<PictureFormat> StreamSession::Picture() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    return headers_.Picture();
+}
+
+void StreamSession::OnCaps(unsigned int width, unsigned int height) {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    headers_.TakeFallback(width, height);
 }
 
 bool StreamSession::ArrivalIsOk() {

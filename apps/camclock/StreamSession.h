@@ -2,6 +2,7 @@
 
 #include "FrameAssembler.h"
 #include "FrameRow.h"
+#include "PictureHeaders.h"
 #include "RtpPacket.h"
 #include "WatchSettings.h"
 
@@ -12,6 +13,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 namespace camclock {
@@ -24,6 +26,7 @@ namespace camclock::app {
 struct StreamFormat {
     Codec codec = Codec::kH264;
     std::uint32_t clockRate = 90'000;  ///< RTP clock, Hz
+    std::string headers;               ///< sprop-parameter-sets, or config; may be empty
 };
 
 /// The road from packets to results for one stream: packets become frames, each frame makes one
@@ -53,6 +56,12 @@ public:
 
     const StreamFormat& Format() const { return format_; }
 
+    /// What the pictures are like, as far as the stream's headers have told.
+    std::optional<PictureFormat> Picture();
+
+    /// The size that GStreamer's caps tell, for a stream whose headers tell none.
+    void OnCaps(unsigned int width, unsigned int height);
+
 private:
     void _StartInstance();
     void _OnFrame(const Frame& frame);
@@ -65,6 +74,7 @@ private:
 
     std::mutex mutex_;  // guards everything below
     std::shared_ptr<TimeFilterInstance> instance_;
+    PictureHeaders headers_;
     FrameAssembler assembler_;
     bool anyPacket_ = false;
     std::uint32_t SSRC_ = 0;

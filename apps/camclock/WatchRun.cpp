@@ -153,6 +153,8 @@ std::vector<CameraLine> WatchRun::_Lines() {
         line.state = StateText(camera.GetState());
         if (const std::optional<StreamFormat> format = camera.Format())
             line.codec = CodecText(format->codec);
+        if (const std::optional<PictureFormat> picture = camera.Picture())
+            line.size = PictureText(*picture);
         line.statistics = &statistics_[i];
         lines.push_back(std::move(line));
     }
