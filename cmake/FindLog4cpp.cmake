@@ -11,4 +11,7 @@ if(Log4cpp_FOUND AND NOT TARGET Log4cpp::Log4cpp)
   set_target_properties(Log4cpp::Log4cpp PROPERTIES
     IMPORTED_LOCATION "${Log4cpp_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${Log4cpp_INCLUDE_DIR}")
+  if(WIN32)  # its headers include windows.h, which would define min and max and bring in the old winsock.h
+    target_compile_definitions(Log4cpp::Log4cpp INTERFACE NOMINMAX WIN32_LEAN_AND_MEAN)
+  endif()
 endif()

@@ -31,6 +31,8 @@ install(DIRECTORY "${LOG4CPP_SOURCE_DIR}/include/log4cpp" DESTINATION ${CMAKE_IN
   FILES_MATCHING PATTERN "*.hh" PATTERN "*.h")
 install(FILES "${LOG4CPP_SOURCE_DIR}/COPYING" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/log4cpp)
 
+# Its headers include windows.h, which would define min and max and bring in the old winsock.h.
+target_compile_definitions(log4cpp INTERFACE $<BUILD_INTERFACE:NOMINMAX> $<BUILD_INTERFACE:WIN32_LEAN_AND_MEAN>)
 if(MINGW)
   set_target_properties(log4cpp PROPERTIES LINK_FLAGS "")  # it asks for an option that only MSVC's linker knows
   target_compile_options(log4cpp PRIVATE -w)
