@@ -5,6 +5,7 @@ source scripts/lib/packages.sh
 # A second build of the same sources costs next to nothing with ccache; without it nothing changes.
 if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ] && command -v ccache >/dev/null; then
   export CMAKE_CXX_COMPILER_LAUNCHER=ccache
+  export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1  # another checkout of the same sources counts as the same
 fi
 
 # build PRESET [TARGET...]: configures and builds; prints the compiler's output only when something goes wrong.
