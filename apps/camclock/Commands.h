@@ -14,6 +14,7 @@ namespace camclock::app {
 
 void AddWatch(CLI::App& program, ExitCode& exitCode);
 void AddDemo(CLI::App& program, ExitCode& exitCode);
+void AddProbe(CLI::App& program, ExitCode& exitCode);
 void AddInspect(CLI::App& program, ExitCode& exitCode);
 
 }  // namespace camclock::app

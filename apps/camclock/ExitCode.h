@@ -21,6 +21,9 @@ enum class ExitCode : int {
     kTimeOut = 10,          ///< nothing arrived in time
     kOutput = 11,           ///< a file or directory cannot be written
     kNoSync = 12,           ///< the demo received frames, but could not compare enough of them
+    kNoRight = 13,          ///< measuring with ICMP needs rights that the user does not have
+    kNoReply = 14,          ///< ICMP time-stamp requests are not answered
+    kBadReply = 15,         ///< they are, but not by answers that can be used
 };
 
 /// Why a command cannot go on: what happened and what to do about it.

@@ -28,6 +28,8 @@ int main(int argc, char** argv) {
 #endif
     camclock::app::AddInspect(program, exitCode);
 
+    camclock::app::AddProbe(program, exitCode);
+
     try {
         program.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
