@@ -1,5 +1,7 @@
 #include "CameraWatch.h"
 
+#include <camclock/Utilities.h>
+
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -19,11 +21,23 @@ CameraWatch::CameraWatch(int number, StreamUrl url, const TimingSettings& timing
     timeFilter_.SetRtcpTimeOut(timing_.rtcpTimeOut);
     timeFilter_.SetSyncShift(timing_.syncShift);
     timeFilter_.RequireRTCP(timing_.requireRtcp);
+    if (timing_.icmp)
+        _StartProbing();
     if (timing_.expectedDifference)
         timeFilter_.CheckPollDifference(*timing_.expectedDifference);
     if (!timing_.timingLogDirectory.empty())
         timeFilter_.EnableTimeLogging(timing_.timingLogDirectory);
     timeFilter_.AssignShutdownHandler([this] { shutDown_ = true; });
+}
+
+void CameraWatch::_StartProbing() {
+    const std::string& directory = timing_.probeLogDirectory;
+    timeFilter_.UseICMP(Utilities::GetHostFromUrl(url_.location), timing_.pollInterval, directory,
+                        !directory.empty());
+    probing_ = true;
+    // Without estimation nobody else tells what to expect, and the first measurement would wait for ever.
+    if (!timing_.estimation && !timing_.expectedDifference)
+        timeFilter_.CheckPollDifference(std::chrono::milliseconds(0));
 }
 
 CameraWatch::~CameraWatch() {
@@ -55,6 +69,11 @@ void CameraWatch::_Connect(Clock::time_point now) {
 }
 
 std::optional<std::string> CameraWatch::Poll(Clock::time_point now) {
+    if (probing_ && !timeFilter_.IsUsingProbe()) {
+        probing_ = false;
+        return fmt::format("{}: eleven ICMP measurements in a row failed; going on with the latency estimate",
+                           url_.label);
+    }
     switch (state_) {
     case State::kEnded: return std::nullopt;
     case State::kWaiting:

@@ -55,6 +55,9 @@ public:
     /// Why the camera is not received now, or was not in the end.
     const std::optional<Failure>& LastFailure() const { return failure_; }
 
+    /// Was the clock difference to be measured?
+    bool WithIcmp() const { return timing_.icmp; }
+
     /// The stream's format, once there has been a connection.
     std::optional<StreamFormat> Format();
 
@@ -62,6 +65,7 @@ public:
     std::optional<PictureFormat> Picture();
 
 private:
+    void _StartProbing();
     void _Connect(Clock::time_point now);
     std::shared_ptr<StreamSession> _Session();
     std::optional<Failure> _Check(Clock::time_point now);
@@ -80,6 +84,7 @@ private:
     std::shared_ptr<StreamSession> session_;
     std::unique_ptr<RtspReceiver> receiver_;  // destroyed first: no packet arrives after it
 
+    bool probing_ = false;  // the clock difference is being measured, as far as the user knows
     State state_ = State::kEnded;
     std::optional<Failure> failure_;
     Clock::time_point connectedAt_{};

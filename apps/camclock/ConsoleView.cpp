@@ -6,6 +6,7 @@
 
 #include <fmt/format.h>
 
+#include <cmath>
 #include <cstdio>
 #include <optional>
 
@@ -121,6 +122,33 @@ std::vector<std::string> SummaryTable(const std::vector<CameraLine>& cameras) {
     lines.emplace_back();
     for (std::string& line : table.Lines())
         lines.push_back(std::move(line));
+    return lines;
+}
+
+std::vector<std::string> IcmpSummary(const std::vector<CameraLine>& cameras) {
+    constexpr double kDisagreement_ms = 1'000.0;
+    std::vector<std::string> lines;
+    for (const CameraLine& camera : cameras) {
+        if (!camera.icmp)
+            continue;
+        const FrameRow& last = camera.statistics->Last();
+        const std::optional<double> latency_ms = camera.statistics->ClockLatency_ms();
+        const double D_uncert_ms = std::chrono::duration<double, std::milli>(last.D_uncert).count();
+        std::string line =
+            fmt::format("{}  ICMP: D {} ms ±{:.1f}", camera.number, last.D.count(), D_uncert_ms);
+        if (!latency_ms) {
+            lines.push_back(line + ", no estimate to compare it with");
+            continue;
+        }
+        const double D_hat_ms = *latency_ms - static_cast<double>(camera.meanLatency.count());
+        const double difference_ms = static_cast<double>(last.D.count()) - D_hat_ms;
+        lines.push_back(line + fmt::format(", D - D_hat {:.0f} ms", difference_ms));
+        if (std::fabs(difference_ms) > kDisagreement_ms)
+            lines.push_back(fmt::format(
+                "{}  WARNING: the camera's sender reports come from another clock than its ICMP time stamps; "
+                "do not use --icmp with it",
+                camera.number));
+    }
     return lines;
 }
 

@@ -17,6 +17,8 @@ struct CameraLine {
     std::string codec;  ///< empty: not known yet
     std::string size;   ///< "640x480 4:2:0"; empty: not known
     const StreamStatistics* statistics = nullptr;
+    bool icmp = false;  ///< the clock difference was to be measured
+    std::chrono::milliseconds meanLatency{30};
 };
 
 /// The live table as lines of text: a legend that names the cameras, and one row a camera.
@@ -25,6 +27,10 @@ std::vector<std::string> LiveTable(const std::vector<CameraLine>& cameras, TimeP
 
 /// The closing summary: one row a camera over its whole run.
 std::vector<std::string> SummaryTable(const std::vector<CameraLine>& cameras);
+
+/// What a measured clock difference has to do with the estimated one: a line for each camera with ICMP, and a
+/// warning where the two disagree by more than a second.
+std::vector<std::string> IcmpSummary(const std::vector<CameraLine>& cameras);
 
 /// Shows the live table on standard output. On a terminal it stays in place; elsewhere it is printed now and
 /// then. News go to standard error and do not tear the table.

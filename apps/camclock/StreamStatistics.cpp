@@ -20,6 +20,7 @@ void StreamStatistics::Add(const FrameRow& row) {
     ++synced_;
     if (row.trust == MediaPacket::kTrustGood)
         ++good_;
+    clockLatencies_ms_.Add(InSeconds(row.frame.TOR_host - row.TOC_cam) * 1000.0);
     latencies_ms_.Add(InSeconds(row.frame.TOR_host - row.TOC_host) * 1000.0);
 }
 
@@ -38,6 +39,12 @@ std::optional<double> StreamStatistics::GoodShare() const {
     if (synced_ == 0)
         return std::nullopt;
     return static_cast<double>(good_) / static_cast<double>(synced_);
+}
+
+std::optional<double> StreamStatistics::ClockLatency_ms() const {
+    if (synced_ == 0)
+        return std::nullopt;
+    return Percentile(clockLatencies_ms_.Newest(clockLatencies_ms_.Size()), 0.5);
 }
 
 std::optional<double> StreamStatistics::Latency_ms(double share, std::size_t frames) const {

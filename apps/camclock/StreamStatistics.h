@@ -31,6 +31,10 @@ public:
     /// when there are none.
     std::optional<double> Latency_ms(double share, std::size_t frames) const;
 
+    /// What the library estimates the clock difference to be from the latencies, before it takes the mean
+    /// latency off: the median of the newest 51 of `TOR_host` - `TOC_cam`, in ms; empty without reports.
+    std::optional<double> ClockLatency_ms() const;
+
     /// The live table looks back this far: ten seconds of a usual camera.
     static constexpr std::size_t kRecent = 250;
     /// The summary looks back this far: more than six minutes.
@@ -44,6 +48,7 @@ private:
     FrameRow last_;
     RecentValues receptions_s_{kKept};  // since the first one
     RecentValues latencies_ms_{kKept};
+    RecentValues clockLatencies_ms_{51};
 };
 
 }  // namespace camclock::app

@@ -1,5 +1,6 @@
 #include "Commands.h"
 #include "HostClock.h"
+#include "HostProbe.h"
 #include "RtspReceiver.h"
 #include "Terminal.h"
 #include "WatchOptions.h"
@@ -62,6 +63,13 @@ ExitCode RunWatch(WatchOptions& options) {
         return Report(*failure);
     if (const auto failure = SetUpLog(options.log))
         return Report(*failure);
+    if (plan.timing.icmp) {
+        if (const auto failure = HostProbe::MissingRight()) {
+            Report(*failure);
+            fmt::print(stderr, "camclock: going on with the latency estimate\n");
+            plan.timing.icmp = false;
+        }
+    }
     if (const auto failure = PrepareGstreamer())
         return Report(*failure);
 
@@ -120,6 +128,7 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
         ->group(connection);
 
     AddTimingOptions(*command, options->plan.timing);
+    AddIcmpOptions(*command, options->plan.timing);
     AddLogOptions(*command, options->log);
     command->callback([options, &exitCode] { exitCode = RunWatch(*options); });
 }

@@ -63,6 +63,28 @@ void AddTimingOptions(CLI::App& command, TimingSettings& settings) {
         ->group(group);
 }
 
+void AddIcmpOptions(CLI::App& command, TimingSettings& settings) {
+    const std::string group = "Clock difference by ICMP";
+    CLI::Option* icmp =
+        command.add_flag("--icmp", settings.icmp, "Measure the clock difference (root or CAP_NET_RAW)");
+    icmp->group(group);
+    command
+        .add_option_function<std::int64_t>(
+            "--poll",
+            [&settings](const std::int64_t& value) { settings.pollInterval = std::chrono::seconds(value); },
+            "From one measurement to the next [60]")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 31'536'000).description(""))
+        ->needs(icmp)
+        ->group(group);
+    command
+        .add_option("--probe-log", settings.probeLogDirectory,
+                    "Write probelog.txt into this directory; of several cameras, into 1, 2 ... below it")
+        ->type_name("DIR")
+        ->needs(icmp)
+        ->group(group);
+}
+
 void AddLogOptions(CLI::App& command, LogSettings& settings) {
     const std::string group = "Messages";
     command.add_flag("--verbose,-v", settings.verbose, "Show the library's own messages on standard error")
@@ -72,19 +94,28 @@ void AddLogOptions(CLI::App& command, LogSettings& settings) {
         ->group(group);
 }
 
-std::optional<Failure> CheckTimingSettings(const TimingSettings& settings) {
-    if (settings.timingLogDirectory.empty())
+namespace {
+
+std::optional<Failure> CheckDirectory(const std::string& directory, const char* option) {
+    if (directory.empty())
         return std::nullopt;
     namespace fs = std::filesystem;
-    const fs::path probe = fs::path(settings.timingLogDirectory) / ".camclock-write-test";
+    const fs::path probe = fs::path(directory) / ".camclock-write-test";
     const bool writable = static_cast<bool>(std::ofstream(probe));
     std::error_code ignored;
     fs::remove(probe, ignored);
     if (writable)
         return std::nullopt;
-    return Failure{ExitCode::kOutput,
-                   fmt::format("cannot write into the directory {}", settings.timingLogDirectory),
-                   "create it, or choose another with --timing-log"};
+    return Failure{ExitCode::kOutput, fmt::format("cannot write into the directory {}", directory),
+                   fmt::format("create it, or choose another with {}", option)};
+}
+
+}  // namespace
+
+std::optional<Failure> CheckTimingSettings(const TimingSettings& settings) {
+    if (auto failure = CheckDirectory(settings.timingLogDirectory, "--timing-log"))
+        return failure;
+    return CheckDirectory(settings.probeLogDirectory, "--probe-log");
 }
 
 ExitCode Report(const Failure& failure) {

@@ -15,6 +15,7 @@ namespace camclock::app {
 // Options that more than one subcommand offers. `settings` must live until the command line has been parsed.
 
 void AddTimingOptions(CLI::App& command, TimingSettings& settings);
+void AddIcmpOptions(CLI::App& command, TimingSettings& settings);
 void AddLogOptions(CLI::App& command, LogSettings& settings);
 
 /// Are the directories of the settings there and writable?

@@ -8,7 +8,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <filesystem>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace camclock::app {
@@ -55,9 +57,22 @@ WatchRun::WatchRun(WatchPlan plan, Observer observer)
     for (const WatchPlan::Target& target : plan_.targets) {
         ConnectionSettings connection = plan_.connection;
         connection.transport = target.transport;
-        cameras_.push_back(std::make_unique<CameraWatch>(++number, target.url, plan_.timing, connection,
+        ++number;
+        cameras_.push_back(std::make_unique<CameraWatch>(number, target.url, _TimingOf(number), connection,
                                                          [this](const FrameRow& row) { queue_.Push(row); }));
     }
+}
+
+TimingSettings WatchRun::_TimingOf(int camera) const {
+    TimingSettings timing = plan_.timing;
+    if (plan_.targets.size() > 1 && !timing.probeLogDirectory.empty()) {
+        // The probe log's name is always the same, so that each camera gets a directory of its own.
+        const auto own = std::filesystem::path(timing.probeLogDirectory) / std::to_string(camera);
+        std::error_code ignored;
+        std::filesystem::create_directories(own, ignored);
+        timing.probeLogDirectory = own.string();
+    }
+    return timing;
 }
 
 WatchRun::~WatchRun() = default;
@@ -138,6 +153,7 @@ void WatchRun::_Summarise() {
     for (std::size_t i = 0; i < lines.size(); ++i)
         lines[i].state = cameras_[i]->LastFailure() ? cameras_[i]->LastFailure()->what : "";
     PrintLines(file, SummaryTable(lines));
+    PrintLines(file, IcmpSummary(lines));
     if (queue_.Dropped() > 0)
         fmt::print(file, "{} frames were not printed: standard output could not keep up\n", queue_.Dropped());
 }
@@ -156,6 +172,8 @@ std::vector<CameraLine> WatchRun::_Lines() {
         if (const std::optional<PictureFormat> picture = camera.Picture())
             line.size = PictureText(*picture);
         line.statistics = &statistics_[i];
+        line.icmp = camera.WithIcmp();
+        line.meanLatency = plan_.timing.meanLatency;
         lines.push_back(std::move(line));
     }
     return lines;

@@ -18,6 +18,9 @@ struct TimingSettings {
     bool filtering = true;
     bool estimation = true;
     std::string timingLogDirectory;  ///< empty: no timing log
+    bool icmp = false;               ///< measure the clock difference with ICMP
+    std::chrono::seconds pollInterval{60};
+    std::string probeLogDirectory;  ///< empty: no probe log
 };
 
 enum class Transport {
