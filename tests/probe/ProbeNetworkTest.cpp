@@ -115,7 +115,7 @@ TEST_F(PlainKernel, IsMeasuredWithinTheBoundWhateverTheDifference) {
 TEST_F(PlainKernel, IsMeasuredByTheProbingThread) {
     const test::TemporaryDirectory directory;
     SetHostClock(3'723'500ms);
-    const MessageRecorder log{{"RTSP.TimeFilter"}};
+    const MessageRecorder log = MessageRecorder({"RTSP.TimeFilter"});
     {
         TimeFilter filter;
         filter.UseICMP("10.77.0.2", 0s, directory.Name(), true);
@@ -133,7 +133,7 @@ TEST_F(PlainKernel, IsMeasuredByTheProbingThread) {
 
 TEST_F(PlainKernel, AnswersLeaveTheseMessages) {
     const ManualCounter counter(kTen);
-    MessageRecorder log{{"RTSP.RawSocket"}};
+    MessageRecorder log = MessageRecorder({"RTSP.RawSocket"});
     {
         TimeProbe probe("");
         EXPECT_GE(probe.Probe("10.77.0.2", 2, kPatience_ms, 0).uncertainty, 0.0);
@@ -417,7 +417,7 @@ TEST_F(Scripted, TheNextRequestGoesToWhoAnsweredLast) {
 
 TEST_F(Scripted, TheProbingThreadGivesUpOnAHostileCamera) {
     Start([](const Bytes& request) { return std::vector<Bytes>{test::ReplyOfType(request, kTen_ms, 0)}; });
-    const MessageRecorder filterLog{{"RTSP.TimeFilter"}};
+    const MessageRecorder filterLog = MessageRecorder({"RTSP.TimeFilter"});
     TimeFilter filter;
     filter.UseICMP("10.77.0.2", 0s, "", false);
     filter.CheckPollDifference(400ms);

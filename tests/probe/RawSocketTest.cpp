@@ -23,7 +23,7 @@ protected:
 
     static ScriptedSockets& Script() { return ScriptedSockets::Now(); }
 
-    MessageRecorder log{{"RTSP.RawSocket"}};
+    MessageRecorder log = MessageRecorder({"RTSP.RawSocket"});
 };
 
 TEST_F(RawSocketSteps, StartsAndStopsWinsockForEachObject) {

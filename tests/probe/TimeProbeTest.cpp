@@ -73,7 +73,7 @@ TEST(ProbeClock, HasAResultForEveryClock) {
 
 TEST(ProbeClock, TwoLinesWithoutPrefixTellTheReadings) {
     const ManualCounter counter(kTen + 42ms);
-    const MessageRecorder log{{"RTSP.TimeProbe"}};
+    const MessageRecorder log = MessageRecorder({"RTSP.TimeProbe"});
     TimeProbe::MillisecondsAfterMidnightUtc();
     EXPECT_EQ(log.All(), (Lines{"Now: 2023-11-15 10:00:00.042", "Midnight: 2023-11-15 00:00:00.000"}));
 }
@@ -111,7 +111,7 @@ protected:
     }
 
     ManualCounter counter{kTen};
-    MessageRecorder log{{"RTSP.TimeProbe"}};
+    MessageRecorder log = MessageRecorder({"RTSP.TimeProbe"});
     TimeProbe probe{"Gate 3: "};
     ProbeResult out;
 };
@@ -289,7 +289,7 @@ protected:
     }
 
     ManualCounter counter{kTen};
-    MessageRecorder log{{"RTSP.TimeProbe"}};
+    MessageRecorder log = MessageRecorder({"RTSP.TimeProbe"});
     TimeProbe probe{"P "};
     ProbeResult result;
 };

@@ -127,7 +127,7 @@ protected:
     }
 
     Counter counter;
-    MessageRecorder log{{"RTSP.TimeFilter"}};
+    MessageRecorder log = MessageRecorder({"RTSP.TimeFilter"});
     TimeFilter filter{"Gate: "};
 };
 
