@@ -38,14 +38,14 @@ constexpr int kNtpTimeOfClock = 3;
 const char* PipelineOf(TestCamera::Stream stream) {
     switch (stream) {
     case TestCamera::Stream::kH264:
-        return "( videotestsrc name=maker is-live=true ! video/x-raw,width=640,height=480,framerate=25/1 ! queue "
+        return "( videotestsrc name=maker is-live=true ! video/x-raw,format=I420,width=640,height=480,framerate=25/1 ! queue "
                "! x264enc tune=zerolatency speed-preset=ultrafast bitrate=1000 key-int-max=25 "
                "! rtph264pay name=pay0 pt=96 config-interval=-1 )";
     case TestCamera::Stream::kMpeg4Visual:
-        return "( videotestsrc name=maker is-live=true ! video/x-raw,width=640,height=480,framerate=25/1 ! queue "
+        return "( videotestsrc name=maker is-live=true ! video/x-raw,format=I420,width=640,height=480,framerate=25/1 ! queue "
                "! avenc_mpeg4 bitrate=1000000 gop-size=25 ! rtpmp4vpay name=pay0 pt=96 config-interval=1 )";
     case TestCamera::Stream::kMotionJpeg:
-        return "( videotestsrc name=maker is-live=true ! video/x-raw,width=320,height=240,framerate=5/1 ! queue "
+        return "( videotestsrc name=maker is-live=true ! video/x-raw,format=I420,width=320,height=240,framerate=5/1 ! queue "
                "! jpegenc ! rtpjpegpay name=pay0 pt=26 )";
     case TestCamera::Stream::kAudioOnly: break;
     }
@@ -114,6 +114,7 @@ struct TestCamera::Server {
     static void OnMedia(GstRTSPMediaFactory* /*factory*/, GstRTSPMedia* media, gpointer data) {
         const GstOwner<GstElement> bin(gst_rtsp_media_get_element(media));
         Probe(bin.get(), "maker", "src", &Server::OnMade, data);
+        Probe(bin.get(), "pay0", "sink", &Server::OnEncoded, data);
         Probe(bin.get(), "pay0", "src", &Server::OnPacket, data);
         const GstOwner<GstObject> pipeline(gst_object_get_parent(GST_OBJECT(bin.get())));
         g_signal_connect(pipeline.get(), "deep-element-added", G_CALLBACK(&Server::OnElement), data);
@@ -162,6 +163,30 @@ struct TestCamera::Server {
 
         const std::lock_guard<std::mutex> guard(self.mutex);
         self.inEncoder[madeAt_cam - base] = Truth{madeAt_host, FromNtpNanoseconds(madeAt_cam)};
+        return GST_PAD_PROBE_OK;
+    }
+
+    /// These encoders neither reorder nor drop frames: what comes out is the oldest frame that went in. It
+    /// gets that frame's time, since not every encoder of GStreamer hands it through, and the server sends by
+    /// it.
+    static GstPadProbeReturn OnEncoded(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+        auto& self = *static_cast<Server*>(data);
+        if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER) == 0)
+            return GST_PAD_PROBE_OK;
+        GstEvent* event = gst_pad_get_sticky_event(pad, GST_EVENT_SEGMENT, 0);
+        if (event == nullptr)
+            return GST_PAD_PROBE_OK;
+        const GstSegment* segment = nullptr;
+        gst_event_parse_segment(event, &segment);
+        const std::lock_guard<std::mutex> guard(self.mutex);
+        if (!self.inEncoder.empty()) {
+            GstBuffer* buffer = gst_buffer_make_writable(GST_PAD_PROBE_INFO_BUFFER(info));
+            GST_BUFFER_PTS(buffer) = gst_segment_position_from_running_time(segment, GST_FORMAT_TIME,
+                                                                            self.inEncoder.begin()->first);
+            GST_BUFFER_DTS(buffer) = GST_BUFFER_PTS(buffer);
+            GST_PAD_PROBE_INFO_DATA(info) = buffer;
+        }
+        gst_event_unref(event);
         return GST_PAD_PROBE_OK;
     }
 
