@@ -200,8 +200,9 @@ RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& setti
     const int protocols = settings.transport == Transport::kUdp   ? kUdp
                           : settings.transport == Transport::kTcp ? GST_RTSP_LOWER_TRANS_TCP
                                                                   : kUdp | GST_RTSP_LOWER_TRANS_TCP;
+    // The owner gives up first and says so; this one only keeps GStreamer from giving up earlier.
     const auto connectTimeOut_us =
-        static_cast<guint64>(std::chrono::microseconds(settings.connectTimeOut).count());
+        static_cast<guint64>(std::chrono::microseconds(2 * settings.connectTimeOut).count());
     // Nothing is played: no jitter buffer, no retransmission. A closed connection is reported, not opened
     // anew behind our back.
     g_object_set(p.source, "location", url.location.c_str(), "protocols", protocols, "latency", 0U,
@@ -278,6 +279,9 @@ Failure RtspReceiver::Pipeline::Explain(const GError& error) {
             break;
         default: break;
         }
+        if (!described)
+            return {ExitCode::kNotReachable, "no connection: the host does not answer as an RTSP server",
+                    "check the host and the port of the URL"};
     }
     if (described)
         return {ExitCode::kStreamLost, fmt::format("stream lost: {}", error.message),

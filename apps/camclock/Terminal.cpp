@@ -21,8 +21,13 @@ constexpr std::size_t kUsualWidth = 80;
 volatile std::sig_atomic_t interrupted = 0;
 
 extern "C" void OnInterrupt(int signal) {
-    interrupted = 1;
-    std::signal(signal, SIG_DFL);
+    interrupted = interrupted + 1;
+    // Wrappers such as timeout(1) send a signal to the process and to its group: two are still one wish to
+    // end.
+    if (interrupted >= 2)
+        std::signal(signal, SIG_DFL);
+    else
+        std::signal(signal, &OnInterrupt);  // some systems forget the handler when they call it
 }
 
 }  // namespace

@@ -36,6 +36,8 @@ public:
             close(socket_);
         socket_ = -1;
     }
+    void AcceptAndClose() const { close(accept(socket_, nullptr, nullptr)); }
+
     std::string Url() const { return "rtsp://127.0.0.1:" + std::to_string(port_) + "/video"; }
 
 private:
@@ -70,6 +72,16 @@ TEST(WatchFails, WhenNobodyListens) {
                   "camclock: " + port.Url() +
                       ": no connection: refused, no way to the camera, or its name is "
                       "unknown; check the host and the port of the URL");
+}
+
+TEST(WatchFails, WhenTheHostClosesTheConnectionUnasked) {
+    const SilentPort port;
+    auto run = StartProgram("watch " + port.Url());
+    port.AcceptAndClose();
+    ExpectFailure(run.get(), 4,
+                  "camclock: " + port.Url() +
+                      ": no connection: the host does not answer as an RTSP server; "
+                      "check the host and the port of the URL");
 }
 
 TEST(WatchFails, WhenTheCameraNeverAnswers) {
