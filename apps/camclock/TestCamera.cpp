@@ -107,7 +107,7 @@ struct TestCamera::Server {
     std::unordered_map<std::uint32_t, Truth> truth;  // by RTP time stamp
 
     void AddPath();
-    void AskForCredentials(GstRTSPMediaFactory* factory);
+    void AskForCredentials(GstRTSPMediaFactory* factory) const;
 
     // ---- callbacks, on GStreamer's threads ----
 
@@ -242,7 +242,7 @@ void TestCamera::Server::AddPath() {
 }
 
 /// Digest authentication (RFC 2069, which RTSP 1.0 takes over).
-void TestCamera::Server::AskForCredentials(GstRTSPMediaFactory* factory) {
+void TestCamera::Server::AskForCredentials(GstRTSPMediaFactory* factory) const {
     const GstOwner<GstRTSPAuth> auth(gst_rtsp_auth_new());
     gst_rtsp_auth_set_supported_methods(auth.get(), GST_RTSP_AUTH_DIGEST);
     const std::unique_ptr<GstRTSPToken, TokenUnref> token(
