@@ -100,7 +100,7 @@ bool MP4VESParser::TryParseString(std::string& hex) {
     return TryParse(hexBytes_.data(), static_cast<unsigned int>(hexBytes_.size()));
 }
 
-MediaPacket::Frametype MP4VESParser::GetFrameType(bool& valid) {
+MediaPacket::Frametype MP4VESParser::GetFrameType(bool& valid) const {
     valid = plane_.present && plane_.valid;
     if (!valid) {
         return MediaPacket::kFrameUnknown;
@@ -114,7 +114,7 @@ MediaPacket::Frametype MP4VESParser::GetFrameType(bool& valid) {
     }
 }
 
-void MP4VESParser::GetImageSize(unsigned int& width, unsigned int& height, bool& valid) {
+void MP4VESParser::GetImageSize(unsigned int& width, unsigned int& height, bool& valid) const {
     valid = layer_.present && layer_.valid;
     if (valid) {
         width = layer_.video_object_layer_width;
@@ -122,7 +122,7 @@ void MP4VESParser::GetImageSize(unsigned int& width, unsigned int& height, bool&
     }
 }
 
-MediaPacket::PixelFormat MP4VESParser::GetPixelFormat(bool& valid) {
+MediaPacket::PixelFormat MP4VESParser::GetPixelFormat(bool& valid) const {
     valid = layer_.present && layer_.valid;
     return MediaPacket::kPixel420;
 }

@@ -202,7 +202,7 @@ void ParameterSetParser::ParsePPS(unsigned char* data, unsigned int size, PPSset
     out.valid = !endOfData_;
 }
 
-void ParameterSetParser::GetImageSize(unsigned int& width, unsigned int& height) {
+void ParameterSetParser::GetImageSize(unsigned int& width, unsigned int& height) const {
     if (!sps_.valid) {
         return;
     }
@@ -214,7 +214,7 @@ void ParameterSetParser::GetImageSize(unsigned int& width, unsigned int& height)
              2;
 }
 
-MediaPacket::PixelFormat ParameterSetParser::GetPixelFormat() {
+MediaPacket::PixelFormat ParameterSetParser::GetPixelFormat() const {
     if (!sps_.valid) {
         return MediaPacket::kPixelUnknown;
     }

@@ -179,14 +179,14 @@ public:
 
     /// The kind of the frame that the last call parsed; `kFrameUnknown` and `valid` false if it parsed none,
     /// or one that is marked as not coded.
-    MediaPacket::Frametype GetFrameType(bool& valid);
+    MediaPacket::Frametype GetFrameType(bool& valid) const;
 
     /// Size in pixels, as the layer header of the last call gives it: `valid` is false, and the size is left
     /// as it is, unless that call parsed one. Ask right after the configuration has been parsed.
-    void GetImageSize(unsigned int& width, unsigned int& height, bool& valid);
+    void GetImageSize(unsigned int& width, unsigned int& height, bool& valid) const;
 
     /// Always 4:2:0, the only format of MPEG-4 Visual; `valid` as for `GetImageSize`.
-    MediaPacket::PixelFormat GetPixelFormat(bool& valid);
+    MediaPacket::PixelFormat GetPixelFormat(bool& valid) const;
 
     /// What has been parsed so far; valid as long as the parser.
     const VisualObjectSequence& GetVisualObjectSequence() const { return sequence_; }

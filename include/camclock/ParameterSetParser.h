@@ -143,13 +143,13 @@ public:
     ///
     /// Deliberate: cropping is counted in units of 2 pixels in both directions, whatever the chroma format
     /// and also for streams coded in fields (ParameterSetParser.CropUnitIsTwoForFieldCodedStreams).
-    void GetImageSize(unsigned int& width, unsigned int& height);
+    void GetImageSize(unsigned int& width, unsigned int& height) const;
 
     /// Pixel format by chroma_format_idc; `kPixelUnknown` without a valid sequence parameter set.
     ///
     /// Deliberate: profiles that carry no chroma_format_idc, Baseline and Main among them, count as
     /// monochrome, although they are 4:2:0 (ParameterSetParser.BaselineReportsMonochrome).
-    MediaPacket::PixelFormat GetPixelFormat();
+    MediaPacket::PixelFormat GetPixelFormat() const;
 
     /// The present records; valid as long as the parser.
     const SPSset& GetSPS() const { return sps_; }
