@@ -88,7 +88,7 @@ bool RawSocket::Write(const void* data, std::size_t length) {
     return sent.count >= 0;
 }
 
-bool RawSocket::WaitForReadyRead(std::uint32_t timeout_ms) {
+bool RawSocket::WaitForReadyRead(std::uint32_t timeout_ms) const {
     if (socket_ == sockets::kNoSocket) {
         Log("WaitForReadyRead on an invalid socket attempted");
         return false;

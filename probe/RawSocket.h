@@ -44,7 +44,7 @@ public:
     ///
     /// Deliberate: true when the wait itself fails; the read that follows tells the error
     /// (RawSocketSteps.AFailedWaitCountsAsReady).
-    bool WaitForReadyRead(std::uint32_t timeout_ms);
+    bool WaitForReadyRead(std::uint32_t timeout_ms) const;
 
     /// Reads one datagram, IPv4 header included, and returns its size: -1 on an error, which a datagram
     /// larger than `size` is, and 0 when no socket is open. Blocks until there is one.

@@ -86,7 +86,8 @@ ProbeResult TimeProbe::Probe(const std::string& host, int count, int timeout_ms,
 bool TimeProbe::ProbeOnce(std::uint16_t sequence, std::uint32_t timeout_ms, ProbeResult& out) {
     // Never seeded, as the identifier only has to tell one request from the last. Runtimes differ in the
     // range of rand, so it is cut to the 16 bits of the field before it is sent and compared.
-    const auto identifier = static_cast<std::uint16_t>(static_cast<unsigned>(std::rand()) & 0xFFFFu);
+    const int random = std::rand();  // NOLINT(concurrency-mt-unsafe): under the probe lock
+    const auto identifier = static_cast<std::uint16_t>(static_cast<unsigned>(random) & 0xFFFFU);
     const icmp::TimestampRequest request =
         icmp::MakeRequest(identifier, sequence, static_cast<std::uint32_t>(MillisecondsAfterMidnightUtc()));
     if (!Write(request.data(), request.size()))
