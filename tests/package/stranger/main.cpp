@@ -1,3 +1,5 @@
 #include <camclock/TimeFilter.h>
 #include <iostream>
-int main() { std::cout << camclock::TimeFilter().GetPacketTimeOut().count() << " ms\n"; }
+int main() {
+    std::cout << camclock::TimeFilter().GetPacketTimeOut().count() << " ms\n";
+}
