@@ -9,11 +9,11 @@
 
 namespace camclock::app {
 
-CameraWatch::CameraWatch(int number, StreamUrl url, const TimingSettings& timing,
+CameraWatch::CameraWatch(int number, StreamUrl url, TimingSettings timing,
                          const ConnectionSettings& connection, StreamSession::Consumer rows)
     : number_(number)
     , url_(std::move(url))
-    , timing_(timing)
+    , timing_(std::move(timing))
     , connection_(connection)
     , rows_(std::move(rows))
     , timeFilter_(url_.label + ": ") {

@@ -34,7 +34,7 @@ public:
         kEnded,
     };
 
-    CameraWatch(int number, StreamUrl url, const TimingSettings& timing, const ConnectionSettings& connection,
+    CameraWatch(int number, StreamUrl url, TimingSettings timing, const ConnectionSettings& connection,
                 StreamSession::Consumer rows);
     ~CameraWatch();
 

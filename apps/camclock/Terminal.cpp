@@ -45,6 +45,7 @@ std::size_t Terminal::Width() {
 #else
 
 bool Terminal::IsInteractive() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of the program changes the environment
     const char* kind = std::getenv("TERM");
     return isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
 }

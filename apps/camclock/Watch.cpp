@@ -33,6 +33,7 @@ std::chrono::milliseconds Milliseconds(double seconds) {
 }
 
 std::optional<Failure> ReadTargets(const WatchOptions& options, WatchPlan& plan) {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
     const char* password = std::getenv("CAMCLOCK_PASSWORD");
     for (const std::string& text : options.urls) {
         std::optional<StreamUrl> url = StreamUrl::Parse(text);

@@ -93,14 +93,9 @@ ExitCode WatchRun::Run() {
         const Clock::time_point now = Clock::now();
         if (plan_.duration && now - start >= *plan_.duration)
             break;
-        for (const auto& camera : cameras_) {
-            const std::optional<std::string> news = camera->Poll(now);
-            if (!news)
-                continue;
-            view_.News(*news);
-            if (camera->GetState() == CameraWatch::State::kEnded && result == ExitCode::kSuccess)
-                result = camera->LastFailure()->code;
-        }
+        const ExitCode ended = _PollCameras(now);
+        if (result == ExitCode::kSuccess)
+            result = ended;
         if (now >= nextTable && plan_.format == OutputFormat::kTable && !plan_.quiet) {
             _ShowTable();
             nextTable = now + view_.Interval();
@@ -119,6 +114,20 @@ ExitCode WatchRun::Run() {
     const auto anyFrame = [](const StreamStatistics& statistics) { return statistics.Frames() > 0; };
     if (!plan_.quiet && std::any_of(statistics_.begin(), statistics_.end(), anyFrame))
         _Summarise();
+    return result;
+}
+
+/// The failure of the first camera that ended just now.
+ExitCode WatchRun::_PollCameras(CameraWatch::Clock::time_point now) {
+    ExitCode result = ExitCode::kSuccess;
+    for (const auto& camera : cameras_) {
+        const std::optional<std::string> news = camera->Poll(now);
+        if (!news)
+            continue;
+        view_.News(*news);
+        if (camera->GetState() == CameraWatch::State::kEnded && result == ExitCode::kSuccess)
+            result = camera->LastFailure()->code;
+    }
     return result;
 }
 

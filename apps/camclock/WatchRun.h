@@ -48,6 +48,7 @@ public:
     const StreamStatistics& Statistics(std::size_t camera) const { return statistics_[camera]; }
 
 private:
+    ExitCode _PollCameras(CameraWatch::Clock::time_point now);
     TimingSettings _TimingOf(int camera) const;
     void _TakeRows(std::chrono::milliseconds timeOut);
     void _Print(const FrameRow& row) const;
