@@ -8,15 +8,17 @@ if [ -z "${CMAKE_CXX_COMPILER_LAUNCHER:-}" ] && command -v ccache >/dev/null; th
   export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1  # another checkout of the same sources counts as the same
 fi
 
-# build PRESET [TARGET...]: configures and builds; prints the compiler's output only when something goes wrong.
+# build PRESET [TARGET...]: configures and builds as far as it goes; prints what was complained of, if anything was.
 build() {
   local preset=$1 log=build/$1.log
   shift
   mkdir -p build
   echo "camclock: building preset $preset (log: $log)"
-  if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"}; } >"$log" 2>&1 </dev/null; then
-    tail -n 60 "$log" >&2
-    echo "camclock: preset $preset does not build (the end of $log stands above)" >&2
+  if ! { cmake --preset "$preset" && cmake --build --preset "$preset" ${1:+--target "$@"} -- -k 0; } \
+    >"$log" 2>&1 </dev/null; then
+    grep -E '(error|warning): |^CMake Error|undefined reference' "$log" | sort -u | head -n 60 >&2
+    tail -n 20 "$log" | cut -c 1-300 >&2
+    echo "camclock: preset $preset does not build (see above, and all of it in $log)" >&2
     return 1
   fi
 }
