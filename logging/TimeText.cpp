@@ -13,9 +13,9 @@ namespace {
 
 constexpr std::string_view kInvalid = "Invalid timepoint";
 
-/// The last second that the target's UTC conversion accepts, some hours into the year 3001. Other platforms
+/// The last second that every runtime of the target converts, some hours into the year 3001. Other platforms
 /// stop there too, so that a log reads the same everywhere.
-constexpr std::int64_t kLastSecond = 32'535'291'599;
+constexpr std::int64_t kLastSecond = 32'535'244'799;
 
 bool BreakDownUtc(std::int64_t seconds, std::tm& parts) {
     if (seconds < 0 || seconds > kLastSecond)
