@@ -26,7 +26,8 @@ public:
     unsigned Bit() {
         if (AtEnd())
             return 0;
-        const unsigned bit = (bytes_.data[position_ / 8] >> (7 - position_ % 8)) & 1U;
+        const unsigned byte = bytes_.data[position_ / 8];
+        const unsigned bit = byte >> (7 - position_ % 8) & 1U;
         ++position_;
         return bit;
     }
