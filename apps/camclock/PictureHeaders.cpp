@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <sstream>
 
 namespace camclock::app {
 namespace {
@@ -46,6 +47,18 @@ std::string PictureText(const PictureFormat& picture) {
     if (picture.pixels != MediaPacket::kPixelUnknown)
         text += fmt::format(" {}", PixelFormatText(picture.pixels));
     return text;
+}
+
+std::optional<PictureFormat> SizeOfText(const std::string& text) {
+    std::istringstream in(text);
+    PictureFormat size;
+    char between = 0;
+    constexpr unsigned int kLargest = 65'536;
+    if (!(in >> size.width >> between >> size.height) || (between != '-' && between != ','))
+        return std::nullopt;
+    if (size.width == 0 || size.height == 0 || size.width > kLargest || size.height > kLargest)
+        return std::nullopt;
+    return size;
 }
 
 PictureHeaders::PictureHeaders(Codec codec, const std::string& description)

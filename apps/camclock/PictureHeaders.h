@@ -24,6 +24,10 @@ struct PictureFormat {
 /// "1920x1080 4:2:0"
 std::string PictureText(const PictureFormat& picture);
 
+/// The size that a description gives beside its headers: "640-480" (a=framesize) or "640,480"
+/// (a=x-dimensions).
+std::optional<PictureFormat> SizeOfText(const std::string& text);
+
 /// The text of a pixel format: "4:2:0"; "unknown".
 const char* PixelFormatText(MediaPacket::PixelFormat format);
 

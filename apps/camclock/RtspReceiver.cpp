@@ -152,7 +152,16 @@ struct RtspReceiver::Pipeline {
             gst_structure_get_string(&stream, *codec == Codec::kH264 ? "sprop-parameter-sets" : "config");
         if (headers != nullptr)
             format.headers = headers;
-        sessions[number] = makeSession(format);
+        const std::shared_ptr<StreamSession> session = makeSession(format);
+        sessions[number] = session;
+        // A size beside the headers, for a stream whose headers tell none.
+        for (const char* field : {"a-framesize", "a-x-dimensions"}) {
+            const gchar* text = gst_structure_get_string(&stream, field);
+            if (const auto size = text == nullptr ? std::nullopt : SizeOfText(text)) {
+                session->OnCaps(size->width, size->height);
+                break;
+            }
+        }
         return true;
     }
 

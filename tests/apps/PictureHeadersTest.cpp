@@ -129,6 +129,15 @@ TEST(PictureHeaders, FallbackCountsUntilAHeaderTells) {
     EXPECT_EQ(TextOf(h264), "800x600");
 }
 
+TEST(PictureHeaders, SizeBesideTheHeaders) {
+    ASSERT_TRUE(SizeOfText("640-480"));
+    EXPECT_EQ(PictureText(*SizeOfText("640-480")), "640x480");
+    EXPECT_EQ(PictureText(*SizeOfText("1920,1080")), "1920x1080");
+    for (const char* text :
+         {"", "640", "640-", "-480", "640x480", "0-480", "640-0", "640-99999999999", "70000-1"})
+        EXPECT_FALSE(SizeOfText(text)) << text;
+}
+
 TEST(PictureHeaders, Mpeg4FrameTypesBehindAGroupOfVopHeader) {
     PictureHeaders headers(Codec::kMpeg4Visual, kConfig);
     EXPECT_EQ(TypeOf(headers, FromHex("000001b300100700000001b61060d182d5b7f1b6")), MediaPacket::kFrameI);
