@@ -27,7 +27,7 @@ void MP4VESParser::_VisualObjectSequence() {
     sequence_.present = true;
     sequence_.visual_object_sequence_start_code = _ReadBits(32);
     sequence_.profile_and_level_indication = _ReadBits(8);
-    while (_NextBits(32) == kUserDataStartCode) {
+    while (_NextBitsAre(32, kUserDataStartCode)) {
         _UserData();
     }
     // The peek above counts: a sequence header that nothing follows is not valid.
@@ -56,7 +56,7 @@ void MP4VESParser::_VisualObject() {
         object_.video_object_start_code = _ReadBits(32);
         _VideoObjectLayer();
     }
-    if (_NextBits(24) != kStartCodePrefix) {
+    if (!_NextBitsAre(24, kStartCodePrefix)) {
         _NextStartCode();
     }
 }
@@ -120,7 +120,7 @@ void MP4VESParser::_VideoObjectLayer() {
     layer_.valid = !endOfData_;
 
     _NextStartCode();
-    while (_NextBits(32) == kUserDataStartCode) {
+    while (_NextBitsAre(32, kUserDataStartCode)) {
         _UserData();
     }
     if (layer_.sprite_enable == kStaticSprite && layer_.low_latency_sprite_enable == 0) {
@@ -132,7 +132,7 @@ void MP4VESParser::_VideoObjectLayer() {
     do {
         _VideoObjectPlane();
         // The standard also looks here behind a B- or S-VOP of a rectangular layer; that is left out.
-        if (layer_.video_object_layer_shape != kRectangular && _NextBits(32) == kStuffingStartCode) {
+        if (layer_.video_object_layer_shape != kRectangular && _NextBitsAre(32, kStuffingStartCode)) {
             layer_.stuffing_start_code = _ReadBits(32);
             _SkipToStartCodePrefix();
         }

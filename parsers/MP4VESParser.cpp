@@ -1,49 +1,9 @@
 #include <camclock/MP4VESParser.h>
 
+#include "parsers/HexText.h"
 #include "parsers/StartCodes.h"
 
-#include <cstddef>
-
 namespace camclock {
-namespace {
-
-constexpr int kNoDigit = -1;
-
-int HexDigit(char c) {
-    if (c >= '0' && c <= '9') {
-        return c - '0';
-    }
-    if (c >= 'a' && c <= 'f') {
-        return c - 'a' + 10;
-    }
-    if (c >= 'A' && c <= 'F') {
-        return c - 'A' + 10;
-    }
-    return kNoDigit;
-}
-
-bool IsSpace(char c) {
-    return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
-// What strtol in base 16 and the C locale makes of the two characters: white space and a sign may stand
-// before the digit, and reading stops at the first character that is none.
-unsigned char HexPair(char first, char second) {
-    const int high = HexDigit(first);
-    const int low = HexDigit(second);
-    if (high != kNoDigit) {
-        return static_cast<unsigned char>(low == kNoDigit ? high : high * 16 + low);
-    }
-    if (low == kNoDigit) {
-        return 0;
-    }
-    if (first == '-') {
-        return static_cast<unsigned char>(-low);
-    }
-    return static_cast<unsigned char>(first == '+' || IsSpace(first) ? low : 0);
-}
-
-}  // namespace
 
 MP4VESParser::MP4VESParser() = default;
 
@@ -93,10 +53,7 @@ bool MP4VESParser::TryParse(unsigned char* data, unsigned int size) {
 }
 
 bool MP4VESParser::TryParseString(std::string& hex) {
-    hexBytes_.resize(hex.size() / 2);
-    for (std::size_t i = 0; i < hexBytes_.size(); ++i) {
-        hexBytes_[i] = HexPair(hex[2 * i], hex[2 * i + 1]);
-    }
+    DecodeHexText(hex, hexBytes_);
     return TryParse(hexBytes_.data(), static_cast<unsigned int>(hexBytes_.size()));
 }
 
@@ -143,7 +100,7 @@ void MP4VESParser::_UserData() {
 
 // Whole bytes, up to the next start code or until the data runs out.
 void MP4VESParser::_SkipToStartCodePrefix() {
-    while (_NextBits(24) != kStartCodePrefix && !endOfData_) {
+    while (!_NextBitsAre(24, kStartCodePrefix) && !endOfData_) {
         _ReadBits(8);
     }
 }

@@ -70,7 +70,7 @@ void ParameterSetParser::SetSpropsString(std::string& sprops) {
     std::size_t position = 0;
     std::string entry;
     for (int i = 0; i < 2 && NextEntry(sprops, end, position, entry); ++i) {
-        std::array<unsigned char, kEntryCapacity> bytes{};
+        std::array<unsigned char, kEntryCapacity> bytes;  // only what is decoded into it is read
         int length = kEntryCapacity;
         _DecodeBase64(entry, bytes.data(), length);
         _SetPropString(entry, bytes.data(), length);

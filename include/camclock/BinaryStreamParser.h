@@ -35,7 +35,8 @@ public:
     void InitParser(unsigned char* data, unsigned int size) {
         buffer_ = data;
         byteLength_ = data != nullptr ? size : 0;
-        bitLength_ = byteLength_ * 8;  // wraps at 512 MiB, which leaves fewer bits than there are, never more
+        bitLength_ =
+            byteLength_ * 8U;  // wraps at 512 MiB, which leaves fewer bits than there are, never more
         bitPosition_ = 0;
         endOfData_ = false;
     }
@@ -56,7 +57,7 @@ protected:
     /// u(n): `n` bits, the first one most significant; 0 for `n` below 1. Of more than 32 bits, bit i from
     /// the end is ORed in at i mod 32. When the data runs out, the whole result is `kNoData`.
     unsigned int _ReadBits(int n) {
-        const unsigned int start = bitPosition_;
+        const std::uint64_t start = bitPosition_;
         if (!_Claim(n)) {
             bitPosition_ = bitLength_;
             return kNoData;
@@ -79,19 +80,36 @@ protected:
     /// Like `_ReadBits`, but nothing is consumed. A peek past the end raises the end-of-data flag too.
     unsigned int _NextBits(int n) { return _Claim(n) ? _BitsFrom(bitPosition_, n) : kNoData; }
 
+    /// Are the next `n` bits those of `value`? The same answer, and the same flag, as `_NextBits(n) == value`
+    /// for `n` from 1 to 32, but it looks no further than to the first bit that differs.
+    bool _NextBitsAre(int n, unsigned int value) {
+        if (!_Claim(n)) {
+            return value == kNoData;
+        }
+        std::uint64_t position = bitPosition_;
+        for (int k = n; k-- > 0;) {
+            if (_BitAt(position++) != ((value >> static_cast<unsigned int>(k)) & 1U)) {
+                return false;
+            }
+        }
+        return true;
+    }
+
     /// ue(v): unsigned Exp-Golomb code (ITU-T H.264, 9.1). At most 33 bits of prefix are read.
     unsigned int _ReadExponentialGolombCode() {
         int zeros = 0;
+        std::uint64_t position = bitPosition_;
         for (;;) {
-            if (bitPosition_ >= bitLength_) {
+            if (position >= bitLength_) {
                 endOfData_ = true;
                 break;
             }
-            if (_BitAt(bitPosition_++) == 1U || zeros == 32) {
+            if (_BitAt(position++) == 1U || zeros == 32) {
                 break;
             }
             ++zeros;
         }
+        bitPosition_ = position;
         return _ReadBits(zeros) - 1U + (1U << (static_cast<unsigned int>(zeros) % 32U));
     }
 
@@ -107,19 +125,21 @@ protected:
     }
 
     /// Bits from here to the end of the data.
-    unsigned int _BitsLeftInBuffer() const { return bitLength_ - bitPosition_; }
+    unsigned int _BitsLeftInBuffer() const { return static_cast<unsigned int>(bitLength_ - bitPosition_); }
 
     bool _ByteAligned() const { return bitPosition_ % 8U == 0U; }
 
     unsigned char* buffer_ = nullptr;  // not owned
     unsigned int byteLength_ = 0;
-    unsigned int bitLength_ = 0;
-    unsigned int bitPosition_ = 0;  // next bit to read; never beyond bitLength_
-    bool endOfData_ = false;        // a read or a peek went past the end
+    // Both fit in 32 bits. They are of another type than the 32-bit fields of the parsers' records, so that
+    // the compiler may keep them in registers while it stores those.
+    std::uint64_t bitLength_ = 0;
+    std::uint64_t bitPosition_ = 0;  // next bit to read; never beyond bitLength_
+    bool endOfData_ = false;         // a read or a peek went past the end
 
 private:
-    unsigned int _BitAt(unsigned int position) const {
-        return (static_cast<unsigned int>(buffer_[position / 8U]) >> (7U - position % 8U)) & 1U;
+    unsigned int _BitAt(std::uint64_t position) const {
+        return (static_cast<unsigned int>(buffer_[position / 8U]) >> (~position & 7U)) & 1U;
     }
 
     // Are n more bits there? If not, raises the flag.
@@ -131,10 +151,10 @@ private:
         return false;
     }
 
-    unsigned int _BitsFrom(unsigned int position, int n) const {
+    unsigned int _BitsFrom(std::uint64_t position, int n) const {
         unsigned int result = 0;
-        for (int k = n; k-- > 0;) {
-            result |= _BitAt(position++) << (static_cast<unsigned int>(k) % 32U);
+        for (; n > 0; --n) {
+            result = (result << 1U | result >> 31U) | _BitAt(position++);  // turned round: see above 32 bits
         }
         return result;
     }

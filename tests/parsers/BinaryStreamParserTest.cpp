@@ -29,13 +29,14 @@ struct Reader : BinaryStreamParser {
     using BinaryStreamParser::_ByteAligned;
     using BinaryStreamParser::_NextBit;
     using BinaryStreamParser::_NextBits;
+    using BinaryStreamParser::_NextBitsAre;
     using BinaryStreamParser::_ReadBit;
     using BinaryStreamParser::_ReadBits;
     using BinaryStreamParser::_ReadExponentialGolombCode;
     using BinaryStreamParser::_ReadSE;
 
-    unsigned int Position() const { return bitPosition_; }
-    unsigned int BitLength() const { return bitLength_; }
+    std::uint64_t Position() const { return bitPosition_; }
+    std::uint64_t BitLength() const { return bitLength_; }
     unsigned int ByteLength() const { return byteLength_; }
     const unsigned char* Buffer() const { return buffer_; }
     bool EndOfData() const { return endOfData_; }
@@ -54,6 +55,25 @@ TEST(BinaryStreamParser, HasNoDataAtFirst) {
     EXPECT_FALSE(reader.EndOfData());
     EXPECT_EQ(reader._ReadBit(), kAllOnes);
     EXPECT_TRUE(reader.EndOfData());
+}
+
+TEST(BinaryStreamParser, ComparingAPeekAnswersAsThePeekItself) {
+    const std::vector<unsigned char> bytes = {0x00, 0x00, 0x01, 0xB6, 0xFF, 0xFF, 0xFF, 0xFF};
+    for (int start = 0; start <= 64; ++start) {
+        for (int n = -1; n <= 32; ++n) {
+            Reader peeking(bytes);
+            peeking._ReadBits(start);
+            Reader comparing(bytes);
+            comparing._ReadBits(start);
+            const unsigned int next = peeking._NextBits(n);
+            EXPECT_TRUE(comparing._NextBitsAre(n, next)) << n << " bits at " << start;
+            EXPECT_EQ(comparing.EndOfData(), peeking.EndOfData()) << n << " bits at " << start;
+            EXPECT_EQ(comparing.Position(), peeking.Position());
+            if (n > 0) {
+                EXPECT_FALSE(comparing._NextBitsAre(n, next ^ 1U)) << n << " bits at " << start;
+            }
+        }
+    }
 }
 
 TEST(BinaryStreamParser, ReadingFewerThanOneBitTouchesNothing) {

@@ -34,8 +34,12 @@ struct ParserTestAccess {
     }
 
     // Where the reader stands.
-    static unsigned int Position(const ParameterSetParser& parser) { return parser.bitPosition_; }
-    static unsigned int Position(const MP4VESParser& parser) { return parser.bitPosition_; }
+    static unsigned int Position(const ParameterSetParser& parser) {
+        return static_cast<unsigned int>(parser.bitPosition_);
+    }
+    static unsigned int Position(const MP4VESParser& parser) {
+        return static_cast<unsigned int>(parser.bitPosition_);
+    }
     static const unsigned char* Buffer(const ParameterSetParser& parser) { return parser.buffer_; }
     static const unsigned char* Buffer(const MP4VESParser& parser) { return parser.buffer_; }
 
