@@ -1,5 +1,6 @@
 #include "Check.h"
 #include "Measure.h"
+#include "parsers/HexText.h"
 #include "plain/PlainParsers.h"
 #include "support/Base64.h"
 #include "support/H264Headers.h"
@@ -9,6 +10,9 @@
 
 #include <benchmark/benchmark.h>
 
+#include <cstddef>
+#include <cstring>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -62,7 +66,7 @@ void Sps(benchmark::State& state, Bytes bytes) {
     SPSset sps;
     Measure(state, [&] {
         parser.ParseSPS(bytes.data(), Size(bytes), sps);
-        benchmark::DoNotOptimize(sps.valid);
+        benchmark::DoNotOptimize(sps);
     });
 }
 BENCHMARK_CAPTURE(Sps, vui, PlainHex(kSpsHex))->Name("sps_1080p_vui/camclock")->Iterations(kIterations);
@@ -71,7 +75,11 @@ BENCHMARK_CAPTURE(Sps, matrix, SpsWithScalingMatrix())
     ->Iterations(kIterations);
 
 void PlainSpsBench(benchmark::State& state, const Bytes& bytes) {
-    Measure(state, [&] { benchmark::DoNotOptimize(PlainParseSps(bytes.data(), bytes.size())); });
+    SPSset sps;
+    Measure(state, [&] {
+        sps = PlainParseSps(bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(sps);
+    });
 }
 BENCHMARK_CAPTURE(PlainSpsBench, vui, PlainHex(kSpsHex))
     ->Name("sps_1080p_vui/plain")
@@ -89,14 +97,18 @@ void Pps(benchmark::State& state) {
     PPSset pps;
     Measure(state, [&] {
         parser.ParsePPS(bytes.data(), Size(bytes), pps);
-        benchmark::DoNotOptimize(pps.valid);
+        benchmark::DoNotOptimize(pps);
     });
 }
 BENCHMARK(Pps)->Name("pps/camclock")->Iterations(kIterations);
 
 void PlainPpsBench(benchmark::State& state) {
     const Bytes bytes = PlainHex(kPpsHex);
-    Measure(state, [&] { benchmark::DoNotOptimize(PlainParsePps(bytes.data(), bytes.size())); });
+    PPSset pps;
+    Measure(state, [&] {
+        pps = PlainParsePps(bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(pps);
+    });
 }
 BENCHMARK(PlainPpsBench)->Name("pps/plain")->Iterations(kIterations);
 
@@ -120,13 +132,17 @@ BENCHMARK(Sprop)->Name("sprop_text/camclock")->Iterations(kIterations);
 
 void PlainSprop(benchmark::State& state) {
     const std::string text = SpropText();
+    SPSset sps;
+    PPSset pps;
     Measure(state, [&] {
         const std::string sprops = text;
         const std::size_t comma = sprops.find(',');
-        const Bytes sps = PlainBase64(sprops.substr(0, comma));
-        const Bytes pps = PlainBase64(sprops.substr(comma + 1));
-        benchmark::DoNotOptimize(PlainParseSps(sps.data(), sps.size()));
-        benchmark::DoNotOptimize(PlainParsePps(pps.data(), pps.size()));
+        const Bytes spsBytes = PlainBase64(sprops.substr(0, comma));
+        const Bytes ppsBytes = PlainBase64(sprops.substr(comma + 1));
+        sps = PlainParseSps(spsBytes.data(), spsBytes.size());
+        pps = PlainParsePps(ppsBytes.data(), ppsBytes.size());
+        benchmark::DoNotOptimize(sps);
+        benchmark::DoNotOptimize(pps);
     });
 }
 BENCHMARK(PlainSprop)->Name("sprop_text/plain")->Iterations(kIterations);
@@ -143,7 +159,11 @@ BENCHMARK(Mpeg4Config)->Name("mpeg4_config/camclock")->Iterations(kIterations);
 
 void PlainMpeg4Config(benchmark::State& state) {
     const Bytes bytes = PlainHex(kMpeg4Hex);
-    Measure(state, [&] { benchmark::DoNotOptimize(PlainParseMpeg4Config(bytes.data(), bytes.size())); });
+    PlainMpeg4 parser;
+    Measure(state, [&] {
+        parser.Parse(bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(parser);
+    });
 }
 BENCHMARK(PlainMpeg4Config)->Name("mpeg4_config/plain")->Iterations(kIterations);
 
@@ -159,11 +179,11 @@ BENCHMARK(Mpeg4Vop)->Name("mpeg4_vop/camclock")->Iterations(kIterations);
 void PlainMpeg4Vop(benchmark::State& state) {
     const Bytes config = PlainHex(kMpeg4Hex);
     const Bytes vop = PlainHex(kVopHex);
-    PlainMpeg4 headers = PlainParseMpeg4Config(config.data(), config.size());
+    PlainMpeg4 parser;
+    parser.Parse(config.data(), config.size());
     Measure(state, [&] {
-        PlainBits bits(vop.data(), vop.size());
-        PlainParseVop(bits, headers);
-        benchmark::DoNotOptimize(headers.codingType);
+        parser.Parse(vop.data(), vop.size());
+        benchmark::DoNotOptimize(parser);
     });
 }
 BENCHMARK(PlainMpeg4Vop)->Name("mpeg4_vop/plain")->Iterations(kIterations);
@@ -173,15 +193,31 @@ void Mpeg4HexText(benchmark::State& state) {
     std::string text = kMpeg4Hex;
     Measure(state, [&] { benchmark::DoNotOptimize(parser.TryParseString(text)); });
 }
-BENCHMARK(Mpeg4HexText)->Name("mpeg4_hex_text/camclock")->Iterations(kIterations);
+BENCHMARK(Mpeg4HexText)->Name("mpeg4_config_text/camclock")->Iterations(kIterations);
 
 void PlainMpeg4HexText(benchmark::State& state) {
+    PlainMpeg4 parser;
     Measure(state, [&] {
         const Bytes bytes = PlainHex(kMpeg4Hex);
-        benchmark::DoNotOptimize(PlainParseMpeg4Config(bytes.data(), bytes.size()));
+        parser.Parse(bytes.data(), bytes.size());
+        benchmark::DoNotOptimize(parser);
     });
 }
-BENCHMARK(PlainMpeg4HexText)->Name("mpeg4_hex_text/plain")->Iterations(kIterations);
+BENCHMARK(PlainMpeg4HexText)->Name("mpeg4_config_text/plain")->Iterations(kIterations);
+
+void HexText(benchmark::State& state) {
+    Bytes bytes;
+    Measure(state, [&] {
+        DecodeHexText(kMpeg4Hex, bytes);
+        benchmark::DoNotOptimize(bytes.data());
+    });
+}
+BENCHMARK(HexText)->Name("hex_text/camclock")->Iterations(kIterations);
+
+void PlainHexText(benchmark::State& state) {
+    Measure(state, [&] { benchmark::DoNotOptimize(PlainHex(kMpeg4Hex)); });
+}
+BENCHMARK(PlainHexText)->Name("hex_text/plain")->Iterations(kIterations);
 
 // ---- peers
 // ----------------------------------------------------------------------------------------------------------
@@ -268,72 +304,153 @@ void BoostHex(benchmark::State& state) {
         benchmark::DoNotOptimize(bytes.data());
     });
 }
-BENCHMARK(BoostHex)->Name("mpeg4_hex_text/boost_unhex_only")->Iterations(kIterations);
+BENCHMARK(BoostHex)->Name("hex_text/boost_unhex")->Iterations(kIterations);
 #endif
 
 // ---- proofs
 // ---------------------------------------------------------------------------------------------------------
 
+/// The 32-bit fields of a record that lie between two of its members.
+template <class Record>
+std::vector<std::uint32_t> Words(const Record& record, std::size_t from, std::size_t to) {
+    std::vector<std::uint32_t> words((to - from) / sizeof(std::uint32_t));
+    std::memcpy(words.data(), reinterpret_cast<const char*>(&record) + from, to - from);
+    return words;
+}
+
+bool Same(const SPSset& a, const SPSset& b) {
+    const auto words = [](const SPSset& sps) {
+        std::vector<std::vector<std::uint32_t>> all;
+        all.push_back(Words(sps, offsetof(SPSset, profile_idc),
+                            offsetof(SPSset, seq_scaling_matrix_present_flag) + sizeof(std::uint32_t)));
+        all.push_back(Words(sps, offsetof(SPSset, log2_max_frame_num_minus4),
+                            offsetof(SPSset, num_ref_frames_in_pic_order_cnt_cycle) + sizeof(std::uint32_t)));
+        all.push_back(Words(sps, offsetof(SPSset, max_num_ref_frames),
+                            offsetof(SPSset, vui_parameters_present_flag) + sizeof(std::uint32_t)));
+        return all;
+    };
+    return a.valid == b.valid && words(a) == words(b) &&
+           a.seq_scaling_list_present_flag == b.seq_scaling_list_present_flag &&
+           (!a.valid || a.offset_for_ref_frame == b.offset_for_ref_frame);
+}
+
+bool Same(const PPSset& a, const PPSset& b) {
+    const auto words = [](const PPSset& pps) {
+        std::vector<std::vector<std::uint32_t>> all;
+        all.push_back(Words(pps, offsetof(PPSset, pic_parameter_set_id),
+                            offsetof(PPSset, slice_group_map_type) + sizeof(std::uint32_t)));
+        all.push_back(Words(pps, offsetof(PPSset, slice_group_change_direction_flag),
+                            offsetof(PPSset, redundant_pic_cnt_present_flag) + sizeof(std::uint32_t)));
+        return all;
+    };
+    return a.valid == b.valid && words(a) == words(b) &&
+           (!a.valid || (a.run_length_minus1 == b.run_length_minus1 && a.top_left == b.top_left &&
+                         a.bottom_right == b.bottom_right));
+}
+
+/// Two headers of MPEG-4: two flags, then nothing but 32-bit fields.
+template <class Header>
+bool Same(const Header& a, const Header& b) {
+    return a.valid == b.valid && a.present == b.present &&
+           Words(a, sizeof(std::uint32_t), sizeof a) == Words(b, sizeof(std::uint32_t), sizeof b);
+}
+
+/// Cuts `bytes` everywhere and spoils them in many places: `same` has to hold for each.
+template <class SameForBoth>
+std::string ForManySpoilt(const Bytes& bytes, SameForBoth same) {
+    for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
+        if (!same(Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(cut))))
+            return "cut after " + std::to_string(cut) + " bytes";
+    }
+    std::mt19937 random(5);
+    for (int i = 0; i < 20'000; ++i) {
+        Bytes spoilt = bytes;
+        for (unsigned flips = 1 + random() % 4; flips > 0; --flips)
+            spoilt[random() % spoilt.size()] ^= static_cast<unsigned char>(1U << random() % 8);
+        if (!same(spoilt))
+            return "spoilt number " + std::to_string(i);
+    }
+    return {};
+}
+
 std::string SpsVariantsAgree() {
-    for (Bytes bytes : {PlainHex(kSpsHex), SpsWithScalingMatrix()}) {
-        for (std::size_t cut = 0; cut <= bytes.size(); ++cut) {
-            Bytes part(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(cut));
+    for (const Bytes& bytes : {PlainHex(kSpsHex), SpsWithScalingMatrix()}) {
+        const std::string difference = ForManySpoilt(bytes, [](Bytes part) {
             ParameterSetParser parser;
-            SPSset sps;
-            parser.ParseSPS(part.data(), Size(part), sps);
             parser.SetSPSArray(part.data(), Size(part));
-            const PlainSps plain = PlainParseSps(part.data(), part.size());
-            unsigned int width = 0;
-            unsigned int height = 0;
-            parser.GetImageSize(width, height);
-            if (sps.valid != plain.valid ||
-                (sps.valid && (width != plain.width || height != plain.height ||
-                               sps.profile_idc != plain.profile || sps.chroma_format_idc != plain.chroma)))
-                return "cut after " + std::to_string(cut) + " bytes";
-        }
+            return Same(parser.GetSPS(), PlainParseSps(part.data(), part.size()));
+        });
+        if (!difference.empty())
+            return difference;
     }
     return {};
 }
 const RegisterCheck spsVariantsAgree("sps", SpsVariantsAgree);
 
+std::string PpsVariantsAgree() {
+    return ForManySpoilt(PlainHex(kPpsHex), [](Bytes part) {
+        ParameterSetParser parser;
+        parser.SetPPSArray(part.data(), Size(part));
+        return Same(parser.GetPPS(), PlainParsePps(part.data(), part.size()));
+    });
+}
+const RegisterCheck ppsVariantsAgree("pps", PpsVariantsAgree);
+
 std::string TextVariantsAgree() {
     std::string text = SpropText();
     ParameterSetParser parser;
     parser.SetSpropsString(text);
-    const Bytes pps = PlainHex(kPpsHex);
-    const PlainPps plain = PlainParsePps(pps.data(), pps.size());
-    const PPSset& ours = parser.GetPPS();
-    unsigned int width = 0;
-    unsigned int height = 0;
-    parser.GetImageSize(width, height);
-    const bool same = width == 1920 && height == 1080 && ours.valid == plain.valid &&
-                      ours.num_ref_idx_l0_default_active_minus1 == plain.l0 &&
-                      ours.pic_init_qp_minus26 == plain.qp && ours.entropy_coding_mode_flag == plain.entropy;
-    return same ? "" : "fields";
+    const Bytes sps = PlainBase64(testing::EncodeBase64(PlainHex(kSpsHex)));
+    const Bytes pps = PlainBase64(testing::EncodeBase64(PlainHex(kPpsHex)));
+    return Same(parser.GetSPS(), PlainParseSps(sps.data(), sps.size())) &&
+                   Same(parser.GetPPS(), PlainParsePps(pps.data(), pps.size()))
+               ? ""
+               : "fields";
 }
-const RegisterCheck textVariantsAgree("pps, sprop text", TextVariantsAgree);
+const RegisterCheck textVariantsAgree("sprop_text", TextVariantsAgree);
+
+bool Same(const MP4VESParser& ours, const PlainMpeg4& plain) {
+    return Same(ours.GetVisualObjectSequence(), plain.sequence) &&
+           Same(ours.GetVisualObject(), plain.object) && Same(ours.GetVideoObjectLayer(), plain.layer) &&
+           Same(ours.GetVideoObjectPlane(), plain.plane);
+}
 
 std::string Mpeg4VariantsAgree() {
-    std::string text = kMpeg4Hex;
-    MP4VESParser parser;
-    parser.TryParseString(text);
-    const Bytes bytes = PlainHex(kMpeg4Hex);
-    PlainMpeg4 plain = PlainParseMpeg4Config(bytes.data(), bytes.size());
-    unsigned int width = 0;
-    unsigned int height = 0;
-    bool valid = false;
-    parser.GetImageSize(width, height, valid);
-    if (width != plain.width || height != plain.height || valid != plain.layerValid)
-        return "layer " + std::to_string(width) + "x" + std::to_string(height) + " against " +
-               std::to_string(plain.width) + "x" + std::to_string(plain.height);
-    Bytes vop = PlainHex(kVopHex);
-    parser.TryParse(vop.data(), Size(vop));
-    PlainBits bits(vop.data(), vop.size());
-    PlainParseVop(bits, plain);
-    const bool isP = parser.GetFrameType(valid) == MediaPacket::kFrameP;
-    return isP == (plain.codingType == 1) ? "" : "frame type";
+    const Bytes vop = PlainHex(kVopHex);
+    Bytes bytes = PlainHex(kMpeg4Hex);
+    bytes.insert(bytes.end(), vop.begin(), vop.end());
+    return ForManySpoilt(bytes, [vop](Bytes part) {
+        MP4VESParser ours;
+        PlainMpeg4 plain;
+        ours.TryParse(part.data(), Size(part));
+        plain.Parse(part.data(), part.size());
+        if (!Same(ours, plain))
+            return false;
+        Bytes next = vop;  // read with whatever settings the spoilt layer has left
+        ours.TryParse(next.data(), Size(next));
+        plain.Parse(next.data(), next.size());
+        return Same(ours, plain);
+    });
 }
 const RegisterCheck mpeg4VariantsAgree("mpeg4", Mpeg4VariantsAgree);
+
+/// Every pair of characters there is, and a whole configuration.
+std::string HexVariantsAgree() {
+    std::string pair(2, '\0');
+    Bytes bytes;
+    for (int first = 0; first < 256; ++first) {
+        for (int second = 0; second < 256; ++second) {
+            pair[0] = static_cast<char>(first);
+            pair[1] = static_cast<char>(second);
+            DecodeHexText(pair, bytes);
+            if (bytes != PlainHex(pair))
+                return "characters " + std::to_string(first) + " " + std::to_string(second);
+        }
+    }
+    DecodeHexText(kMpeg4Hex, bytes);
+    return bytes == PlainHex(kMpeg4Hex) ? "" : "configuration";
+}
+const RegisterCheck hexVariantsAgree("hex_text", HexVariantsAgree);
 
 }  // namespace
 }  // namespace camclock::bench
