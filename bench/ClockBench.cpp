@@ -1,16 +1,14 @@
 #include "Check.h"
 #include "Measure.h"
 #include "logging/Text.h"
+#include "plain/PlainClock.h"
 #include "plain/PlainTimeText.h"
-#include "util/PerfCounter.h"
 
 #include <camclock/Utilities.h>
 
 #include <benchmark/benchmark.h>
 
-#include <chrono>
 #include <ctime>
-#include <mutex>
 
 #if defined(CAMCLOCK_BENCH_SPDLOG)
 #include <spdlog/pattern_formatter.h>
@@ -28,20 +26,11 @@ void ProcessClock(benchmark::State& state) {
 }
 BENCHMARK(ProcessClock)->Name("get_time/camclock")->Iterations(kIterations);
 
-void PlainClock(benchmark::State& state) {
-    std::mutex mutex;
-    TimePoint base{};
-    const std::int64_t reference = std::chrono::steady_clock::now().time_since_epoch().count();
-    Measure(state, [&] {
-        const std::lock_guard<std::mutex> guard(mutex);
-        const std::int64_t count = std::chrono::steady_clock::now().time_since_epoch().count();
-        const auto frequency = static_cast<double>(std::chrono::steady_clock::period::den);
-        const auto milliseconds =
-            static_cast<std::int64_t>(static_cast<double>(count - reference) / frequency * 1000.0 + 0.5);
-        benchmark::DoNotOptimize(base + std::chrono::milliseconds(milliseconds));
-    });
+void PlainProcessClock(benchmark::State& state) {
+    PlainClock clock;
+    Measure(state, [&] { benchmark::DoNotOptimize(clock.GetTime()); });
 }
-BENCHMARK(PlainClock)->Name("get_time/plain")->Iterations(kIterations);
+BENCHMARK(PlainProcessClock)->Name("get_time/plain")->Iterations(kIterations);
 
 void ClockGettime(benchmark::State& state) {
     timespec time{};
