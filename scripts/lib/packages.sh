@@ -18,8 +18,17 @@ program_packages=(
 # Tests between hosts in network namespaces.
 network_packages=(iproute2)
 
-# What .ci/run adds: the second compiler with its sanitizer and fuzzer runtimes, and the two checkers.
-ci_packages=(clang clang-format clang-tidy libclang-rt-dev)
+# The benches: what measures, and the peers that are measured beside camclock.
+bench_packages=(
+  cmake g++ ninja-build pkg-config liblog4cpp5-dev
+  libbenchmark-dev valgrind gnuplot-nox python3 iproute2 iputils-clockdiff
+  libspdlog-dev libgsl-dev libtbb-dev libconcurrentqueue-dev libboost-dev libglib2.0-dev libavcodec-dev
+  libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstreamer-plugins-bad1.0-dev gstreamer1.0-plugins-good
+)
+
+# What .ci/run adds: the second compiler with its sanitizer and fuzzer runtimes, the two checkers, and what runs
+# the test of bench/compare.
+ci_packages=(clang clang-format clang-tidy libclang-rt-dev python3)
 
 # is_installed PACKAGE
 is_installed() {
