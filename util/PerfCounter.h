@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 namespace camclock {
@@ -21,23 +22,38 @@ public:
 
     /// Counts per second.
     static std::int64_t Frequency() {
-        const std::int64_t frequency = frequency_.load(std::memory_order_relaxed);
-        return frequency == 0 ? _AskFrequency() : frequency;
+        return source_.load(std::memory_order_relaxed) == nullptr
+                   ? _SystemFrequency()
+                   : frequency_.load(std::memory_order_relaxed);
     }
 
     /// From now on `Read` asks `source`, which counts at `frequency`.
-    static void Replace(Source source, std::int64_t frequency);
+    static void Replace(Source source, std::int64_t frequency) {
+        frequency_ = frequency;
+        source_ = source;
+    }
 
     /// Back to the system's counter.
-    static void Restore();
+    static void Restore() { source_ = nullptr; }
 
 private:
+#if defined(_WIN32)
     static std::int64_t _ReadSystem();
-    static std::int64_t _AskFrequency();
+    static std::int64_t _SystemFrequency();
+#else
+    static std::int64_t _ReadSystem() {
+        return std::chrono::duration_cast<std::chrono::nanoseconds>(
+                   std::chrono::steady_clock::now().time_since_epoch())
+            .count();
+    }
+    static constexpr std::int64_t _SystemFrequency() {
+        return 1'000'000'000;
+    }
+#endif
 
     // Atomic, since a test may replace the counter while a worker of another object reads it.
-    static inline std::atomic<Source> source_{nullptr};     // null: the system's counter
-    static inline std::atomic<std::int64_t> frequency_{0};  // 0: not asked for yet
+    inline static std::atomic<Source> source_{nullptr};  // none: the system's
+    inline static std::atomic<std::int64_t> frequency_{0};
 };
 
 }  // namespace camclock
