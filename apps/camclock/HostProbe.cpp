@@ -43,7 +43,7 @@ public:
 
     void close() override {}
     bool requiresLayout() const override { return false; }
-    void setLayout(log4cpp::Layout*) override {}
+    void setLayout(log4cpp::Layout* /*layout*/) override {}
 
     /// Of a datagram that came and was no answer; empty if none did.
     const std::string& Reply() const { return reply_; }

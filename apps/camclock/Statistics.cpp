@@ -10,7 +10,7 @@ double Percentile(std::vector<double> values, double share) {
     if (values.empty())
         return 0.0;
     const double rank = std::ceil(share * static_cast<double>(values.size()));
-    const double last = static_cast<double>(values.size());
+    const auto last = static_cast<double>(values.size());
     const auto index = static_cast<std::ptrdiff_t>(std::clamp(rank, 1.0, last)) - 1;
     std::nth_element(values.begin(), values.begin() + index, values.end());
     return values[static_cast<std::size_t>(index)];

@@ -7,11 +7,11 @@
 namespace camclock::app {
 
 StreamSession::StreamSession(TimeFilter& camera, std::string streamId, const StreamFormat& format,
-                             const TimingSettings& settings, Consumer consumer)
+                             TimingSettings settings, Consumer consumer)
     : camera_(camera)
     , streamId_(std::move(streamId))
     , format_(format)
-    , settings_(settings)
+    , settings_(std::move(settings))
     , consumer_(std::move(consumer))
     , headers_(format.codec, format.headers)
     , assembler_(

@@ -44,7 +44,7 @@ public:
     using Consumer = std::function<void(const FrameRow&)>;
 
     StreamSession(TimeFilter& camera, std::string streamId, const StreamFormat& format,
-                  const TimingSettings& settings, Consumer consumer);
+                  TimingSettings settings, Consumer consumer);
 
     void OnPacket(const RtpPacket& packet);
     void OnSenderReport(const SenderReport& report, TimePoint arrival);

@@ -35,8 +35,8 @@ public:
     void InitParser(unsigned char* data, unsigned int size) {
         buffer_ = data;
         byteLength_ = data != nullptr ? size : 0;
-        bitLength_ =
-            byteLength_ * 8U;  // wraps at 512 MiB, which leaves fewer bits than there are, never more
+        // Wraps at 512 MiB, which leaves fewer bits than there are, never more.
+        bitLength_ = static_cast<std::uint32_t>(byteLength_ * 8U);
         bitPosition_ = 0;
         endOfData_ = false;
     }

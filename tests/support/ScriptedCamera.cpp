@@ -11,6 +11,7 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdio>
 #include <stdexcept>
 #include <utility>
 
@@ -28,7 +29,8 @@ int OpenPacketSocket() {
     address.sll_family = AF_PACKET;
     address.sll_protocol = htons(ETH_P_IP);
     address.sll_ifindex = static_cast<int>(if_nametoindex(TwoNamespaces::kCameraDevice));
-    bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address);
+    if (bind(descriptor, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        std::perror("the scripted camera's socket");
     return descriptor;
 }
 
