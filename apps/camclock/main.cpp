@@ -4,14 +4,15 @@
 #include <camclock/Version.h>
 
 #include <CLI/CLI.hpp>
-#include <fmt/format.h>
 
 #include <cstdio>
 #include <exception>
 
-int main(int argc, char** argv) {
-    using camclock::app::ExitCode;
+namespace {
 
+using camclock::app::ExitCode;
+
+int Run(int argc, char** argv) {
     CLI::App program("When was each frame of a network camera captured, on this host's clock?", "camclock");
     program.set_version_flag("--version", std::string("camclock ") + CAMCLOCK_VERSION_STRING);
     program.require_subcommand(1);
@@ -27,7 +28,6 @@ int main(int argc, char** argv) {
         "development packages and build again (docs/program.md names them).");
 #endif
     camclock::app::AddInspect(program, exitCode);
-
     camclock::app::AddProbe(program, exitCode);
 
     try {
@@ -35,9 +35,17 @@ int main(int argc, char** argv) {
     } catch (const CLI::ParseError& error) {
         // Help and version come this way, too, with 0. All else is a command line that cannot be understood.
         return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::kUsage);
-    } catch (const std::exception& error) {
-        fmt::print(stderr, "camclock: {}\n", error.what());
-        return static_cast<int>(ExitCode::kInternalError);
     }
     return static_cast<int>(exitCode);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "camclock: %s\n", error.what());
+    }
+    return static_cast<int>(ExitCode::kInternalError);
 }
