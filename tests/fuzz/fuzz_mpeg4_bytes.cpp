@@ -16,8 +16,10 @@ void Check(MP4VESParser& parser) {
     unsigned int height = 100'000;
     bool sizeValid = false;
     parser.GetImageSize(width, height, sizeValid);
-    // 13 bits each, or untouched.
-    Require(sizeValid ? width < 8192 && height < 8192 : width == 100'000 && height == 100'000);
+    // 13 bits each, or untouched. A layer without size, which has another shape, keeps the earlier layer's:
+    // all ones where that one was cut short.
+    const auto isSize = [](unsigned int value) { return value < 8192 || value == 0xFFFF'FFFF; };
+    Require(sizeValid ? isSize(width) && isSize(height) : width == 100'000 && height == 100'000);
     bool formatValid = false;
     Require(parser.GetPixelFormat(formatValid) == camclock::MediaPacket::kPixel420 &&
             formatValid == sizeValid);
