@@ -41,7 +41,7 @@ struct SPSset {
     std::uint32_t num_ref_frames_in_pic_order_cnt_cycle = 0;
     /// One per entry of the cycle. Where the data ends before a cycle longer than the 255 entries that the
     /// standard allows does, the entries that are not in the data, zeros all of them, are left out beyond the
-    /// 255th.
+    /// 255th, but for one where the data ends between two entries.
     std::vector<std::int32_t> offset_for_ref_frame;
     std::uint32_t max_num_ref_frames = 0;
     std::uint32_t gaps_in_frame_num_value_allowed_flag = 0;
@@ -70,7 +70,7 @@ struct PPSset {
     std::uint32_t slice_group_map_type = 0;
     /// Map type 0: num_slice_groups_minus1 + 1 entries. In all three lists, where the data ends before more
     /// entries than the 8 that the standard allows do, those that are not in the data, zeros all of them, are
-    /// left out beyond the 8th.
+    /// left out beyond the 8th, again but for one.
     std::vector<std::uint32_t> run_length_minus1;
     std::vector<std::uint32_t> top_left;      ///< map type 2: num_slice_groups_minus1 entries
     std::vector<std::uint32_t> bottom_right;  ///< map type 2: num_slice_groups_minus1 entries
