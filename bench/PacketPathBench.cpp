@@ -1,7 +1,7 @@
 #include "Check.h"
 #include "Measure.h"
-#include "SimulatedStream.h"
 #include "plain/PlainStream.h"
+#include "sim/SimulatedStream.h"
 
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
@@ -14,6 +14,8 @@
 #endif
 
 namespace camclock::bench {
+using sim::SimulatedStream;
+
 namespace {
 
 /// Frames of one run: the stable time stamps grow, so they cannot be fed again and again.

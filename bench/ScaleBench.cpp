@@ -5,9 +5,9 @@
 //     camclock_scale cameras 1 10 100 1000      one JSON object a line: CPU share, memory a stream, p99 of
 //     UpdateTiming camclock_scale logs 100 1000 3000         ... CPU a poll and memory of an idle log
 
-#include "SimulatedStream.h"
 #include "logging/AsynchronousLog.h"
 #include "logging/Log4CppWrap.h"
+#include "sim/SimulatedStream.h"
 
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
@@ -30,6 +30,8 @@
 #include <vector>
 
 namespace camclock::bench {
+using sim::SimulatedStream;
+
 namespace {
 
 constexpr auto kRun = std::chrono::seconds(10);

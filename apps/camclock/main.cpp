@@ -1,5 +1,5 @@
-#include "Commands.h"
-#include "ExitCode.h"
+#include "apps/camclock/Failure.h"
+#include "apps/camclock/commands/Commands.h"
 
 #include <camclock/Version.h>
 

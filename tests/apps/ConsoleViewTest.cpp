@@ -1,6 +1,6 @@
-#include "apps/camclock/ConsoleView.h"
+#include "apps/camclock/views/ConsoleView.h"
 
-#include "apps/camclock/TextTable.h"
+#include "apps/camclock/views/TextTable.h"
 
 #include <gtest/gtest.h>
 

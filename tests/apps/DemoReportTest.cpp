@@ -1,4 +1,4 @@
-#include "apps/camclock/DemoReport.h"
+#include "apps/camclock/views/DemoReport.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

@@ -1,4 +1,4 @@
-#include "apps/camclock/FrameAssembler.h"
+#include "apps/camclock/sources/FrameAssembler.h"
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@ constexpr std::uint8_t kPayload[] = {0x41, 0xC0, 0, 0, 0, 0, 0, 0, 0, 0};  // a 
 class FrameAssemblerTest : public testing::Test {
 protected:
     void Add(std::uint16_t seqnum, std::uint32_t RTP_ts, bool marker) {
-        RtpPacket packet;
+        receiver::RtpPacket packet;
         packet.seqnum = seqnum;
         packet.RTP_ts = RTP_ts;
         packet.SSRC = 7;
@@ -26,7 +26,8 @@ protected:
 
     std::vector<Frame> frames_;
     std::int64_t arrival_ = 0;  // the n-th packet arrives at n ticks
-    FrameAssembler assembler_{Codec::kH264, [this](const Frame& frame) { frames_.push_back(frame); }};
+    FrameAssembler assembler_{receiver::Codec::kH264,
+                              [this](const Frame& frame) { frames_.push_back(frame); }};
 };
 
 TEST_F(FrameAssemblerTest, MarkerCompletesTheFrame) {
@@ -152,7 +153,7 @@ TEST_F(FrameAssemblerTest, FinishDeliversWhatIsOpenAndForgetsTheSequence) {
 TEST_F(FrameAssemblerTest, TypeOfAFrameComesFromItsFirstPictureHeader) {
     constexpr std::uint8_t kParameterSet[] = {0x67, 0x42};
     constexpr std::uint8_t kIdr[] = {0x65, 0x88};
-    RtpPacket packet;
+    receiver::RtpPacket packet;
     packet.SSRC = 7;
     packet.seqnum = 1;
     packet.payload = kParameterSet;
@@ -168,7 +169,7 @@ TEST_F(FrameAssemblerTest, TypeOfAFrameComesFromItsFirstPictureHeader) {
 }
 
 TEST_F(FrameAssemblerTest, APacketWithoutPayloadIsCounted) {
-    RtpPacket packet;
+    receiver::RtpPacket packet;
     packet.marker = true;
     assembler_.Add(packet);
     ASSERT_EQ(frames_.size(), 1U);

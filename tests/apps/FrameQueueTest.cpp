@@ -1,4 +1,4 @@
-#include "apps/camclock/FrameQueue.h"
+#include "apps/camclock/commands/FrameQueue.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "apps/camclock/FrameWriter.h"
+#include "apps/camclock/views/FrameWriter.h"
 
 #include <gtest/gtest.h>
 

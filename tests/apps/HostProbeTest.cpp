@@ -1,7 +1,7 @@
 // The program's measurement of one host, over real sockets between network namespaces.
-#include "apps/camclock/HostProbe.h"
+#include "apps/camclock/commands/HostProbe.h"
 
-#include "apps/camclock/HostClock.h"
+#include "receiver/HostClock.h"
 #include "support/NetworkNamespaces.h"
 #include "support/ScriptedCamera.h"
 
@@ -31,7 +31,7 @@ protected:
         network_ = TwoNamespaces::Make(camera, whyNot);
         if (!network_)
             GTEST_SKIP() << whyNot;
-        HostClock::Anchor();
+        receiver::HostClock::Anchor();
     }
 
     static ProbeOutcome Run(const std::string& host, int timeout_ms) {

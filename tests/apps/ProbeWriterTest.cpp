@@ -1,7 +1,7 @@
-#include "apps/camclock/ProbeWriter.h"
+#include "apps/camclock/views/ProbeWriter.h"
 
-#include "apps/camclock/ConsoleView.h"
-#include "apps/camclock/StreamStatistics.h"
+#include "apps/camclock/views/ConsoleView.h"
+#include "apps/camclock/views/StreamStatistics.h"
 
 #include <gtest/gtest.h>
 

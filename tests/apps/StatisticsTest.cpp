@@ -1,6 +1,6 @@
-#include "apps/camclock/Statistics.h"
+#include "apps/camclock/views/Statistics.h"
 
-#include "apps/camclock/StreamStatistics.h"
+#include "apps/camclock/views/StreamStatistics.h"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "apps/camclock/StreamSession.h"
+#include "apps/camclock/sources/StreamSession.h"
 
 #include <camclock/TimeFilter.h>
 #include <camclock/Utilities.h>
@@ -24,12 +24,12 @@ protected:
         : session_(camera_, "cam ", StreamFormat{}, settings,
                    [this](const FrameRow& row) { rows_.push_back(row); }) {}
 
-    static SenderReport ReportAtStart(std::uint32_t SSRC = 7) {
+    static receiver::SenderReport ReportAtStart(std::uint32_t SSRC = 7) {
         return {SSRC, (kNtpSecondsAtStart + 3'600) << 32, 0};
     }
 
     void AddFrame(std::uint32_t n, milliseconds latency, std::uint32_t SSRC = 7) {
-        RtpPacket packet;
+        receiver::RtpPacket packet;
         packet.seqnum = seqnum_++;
         packet.RTP_ts = 3'600 * n;
         packet.SSRC = SSRC;
@@ -98,7 +98,7 @@ TEST_F(StreamSessionTest, AnotherSourceStartsWithoutTheReportsOfTheLast) {
 TEST_F(StreamSessionTest, ACompleteFrameIsOneCallHoweverManyPackets) {
     session_.OnSenderReport(ReportAtStart(), kStart);
     for (int i = 0; i < 500; ++i) {
-        RtpPacket packet;
+        receiver::RtpPacket packet;
         packet.seqnum = seqnum_++;
         packet.SSRC = 7;
         packet.marker = i == 499;

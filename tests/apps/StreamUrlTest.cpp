@@ -1,4 +1,4 @@
-#include "apps/camclock/StreamUrl.h"
+#include "apps/camclock/sources/StreamUrl.h"
 
 #include <gtest/gtest.h>
 

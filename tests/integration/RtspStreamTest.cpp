@@ -1,6 +1,6 @@
 #include "RunProgram.h"
 
-#include "apps/camclock/FrameWriter.h"
+#include "apps/camclock/views/FrameWriter.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>

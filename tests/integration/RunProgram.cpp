@@ -1,7 +1,7 @@
 #include "RunProgram.h"
 
-#include "apps/camclock/HostClock.h"
-#include "apps/camclock/RtspReceiver.h"
+#include "apps/camclock/sources/RtspReceiver.h"
+#include "receiver/HostClock.h"
 
 #include <gst/gst.h>
 
@@ -69,7 +69,7 @@ std::future<Outcome> StartProgram(const std::string& arguments) {
 
 TestCamera::Settings With(TestCamera::Stream stream) {
     static const bool prepared = [] {
-        HostClock::Anchor();
+        receiver::HostClock::Anchor();
         return !PrepareGstreamer().has_value();
     }();
     EXPECT_TRUE(prepared);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/camclock/TestCamera.h"
+#include "apps/camclock/sources/TestCamera.h"
 
 #include <chrono>
 #include <cstdint>

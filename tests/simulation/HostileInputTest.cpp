@@ -1,5 +1,5 @@
+#include "sim/SimulatedCamera.h"
 #include "support/ManualCounter.h"
-#include "support/SimulatedCamera.h"
 
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
@@ -27,6 +27,8 @@
 //     CAMCLOCK_SIMULATED_PACKETS=1000000 simulation_tests --gtest_filter='HostileInput.*'
 
 namespace camclock::test {
+using namespace camclock::sim;  // NOLINT(google-build-using-namespace): the tests are about nothing else
+
 namespace {
 
 constexpr std::size_t kThreads = 4;

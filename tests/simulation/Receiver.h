@@ -1,7 +1,7 @@
 #pragma once
 
+#include "sim/SimulatedCamera.h"
 #include "support/ManualCounter.h"
-#include "support/SimulatedCamera.h"
 
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
@@ -17,6 +17,8 @@
 #include <vector>
 
 namespace camclock::test {
+
+using namespace camclock::sim;  // NOLINT(google-build-using-namespace): the tests are about nothing else
 
 inline constexpr double ToMilliseconds(Ticks time) {
     return static_cast<double>(time.count()) / 10'000.0;

@@ -1,4 +1,4 @@
-#include "support/SimulatedCamera.h"
+#include "sim/SimulatedCamera.h"
 
 #include <camclock/TimeFilterInstance.h>
 
@@ -9,6 +9,8 @@
 #include <vector>
 
 namespace camclock::test {
+using namespace camclock::sim;  // NOLINT(google-build-using-namespace): the tests are about nothing else
+
 namespace {
 
 TEST(SimulatedCamera, RandomNumbersAreTheSameEverywhere) {

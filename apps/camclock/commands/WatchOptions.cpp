@@ -1,0 +1,126 @@
+#include "apps/camclock/commands/WatchOptions.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace camclock::app {
+namespace {
+
+/// A hundred years: more than any clock is wrong, and far from the ends of 64-bit times.
+constexpr std::int64_t kLongest_ms = 100LL * 366 * 24 * 3600 * 1000;
+
+template <class Take>
+CLI::Option* AddMilliseconds(CLI::App& command, const std::string& name, const std::string& text,
+                             std::int64_t smallest, Take take) {
+    return command
+        .add_option_function<std::int64_t>(
+            name, [take](const std::int64_t& value) { take(std::chrono::milliseconds(value)); }, text)
+        ->type_name("MS")
+        ->check(CLI::Range(smallest, kLongest_ms).description(""));
+}
+
+}  // namespace
+
+void AddTimingOptions(CLI::App& command, TimingSettings& settings) {
+    using std::chrono::milliseconds;
+    const std::string group = "Timing (library settings)";
+    AddMilliseconds(command, "--mean-latency", "Latency to expect from capture to reception [30]",
+                    -kLongest_ms, [&settings](milliseconds value) { settings.meanLatency = value; })
+        ->group(group);
+    AddMilliseconds(command, "--expected-difference", "Clock difference to begin with, host less camera [0]",
+                    -kLongest_ms, [&settings](milliseconds value) { settings.expectedDifference = value; })
+        ->group(group);
+    AddMilliseconds(command, "--sync-shift", "Constant that is added to every capture time [0]", -kLongest_ms,
+                    [&settings](milliseconds value) { settings.syncShift = value; })
+        ->group(group);
+    AddMilliseconds(command, "--packet-timeout", "Longest silence of a stream [10000]", 1,
+                    [&settings](milliseconds value) { settings.packetTimeOut = value; })
+        ->group(group);
+    AddMilliseconds(command, "--rtcp-timeout",
+                    "Longest time without sender report, with --require-rtcp [30000]", 1,
+                    [&settings](milliseconds value) { settings.rtcpTimeOut = value; })
+        ->group(group);
+    command.add_flag("--require-rtcp", settings.requireRtcp, "A stream without sender reports is faulty")
+        ->group(group);
+    command
+        .add_flag_callback(
+            "--no-filtering", [&settings] { settings.filtering = false; },
+            "Report the camera's own time, not the host's")
+        ->group(group);
+    command
+        .add_flag_callback(
+            "--no-estimation", [&settings] { settings.estimation = false; },
+            "Do not estimate the clock difference: use --expected-difference")
+        ->group(group);
+    command.add_option("--timing-log", settings.timingLogDirectory, "Write a timing log into this directory")
+        ->type_name("DIR")
+        ->group(group);
+}
+
+void AddIcmpOptions(CLI::App& command, TimingSettings& settings) {
+    const std::string group = "Clock difference by ICMP";
+    CLI::Option* icmp =
+        command.add_flag("--icmp", settings.icmp, "Measure the clock difference (root or CAP_NET_RAW)");
+    icmp->group(group);
+    command
+        .add_option_function<std::int64_t>(
+            "--poll",
+            [&settings](const std::int64_t& value) { settings.pollInterval = std::chrono::seconds(value); },
+            "From one measurement to the next [60]")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(1, 31'536'000).description(""))
+        ->needs(icmp)
+        ->group(group);
+    command
+        .add_option("--probe-log", settings.probeLogDirectory,
+                    "Write probelog.txt into this directory; of several cameras, into 1, 2 ... below it")
+        ->type_name("DIR")
+        ->needs(icmp)
+        ->group(group);
+}
+
+void AddLogOptions(CLI::App& command, LogSettings& settings) {
+    const std::string group = "Messages";
+    command.add_flag("--verbose,-v", settings.verbose, "Show the library's own messages on standard error")
+        ->group(group);
+    command.add_option("--log-file", settings.file, "Append the library's own messages to this file")
+        ->type_name("FILE")
+        ->group(group);
+}
+
+namespace {
+
+std::optional<Failure> CheckDirectory(const std::string& directory, const char* option) {
+    if (directory.empty())
+        return std::nullopt;
+    namespace fs = std::filesystem;
+    const fs::path probe = fs::path(directory) / ".camclock-write-test";
+    const bool writable = static_cast<bool>(std::ofstream(probe));
+    std::error_code ignored;
+    fs::remove(probe, ignored);
+    if (writable)
+        return std::nullopt;
+    return Failure{ExitCode::kOutput, fmt::format("cannot write into the directory {}", directory),
+                   fmt::format("create it, or choose another with {}", option)};
+}
+
+}  // namespace
+
+std::optional<Failure> CheckTimingSettings(const TimingSettings& settings) {
+    if (auto failure = CheckDirectory(settings.timingLogDirectory, "--timing-log"))
+        return failure;
+    return CheckDirectory(settings.probeLogDirectory, "--probe-log");
+}
+
+ExitCode Report(const Failure& failure) {
+    fmt::print(stderr, "camclock: {}\n", failure.Text());
+    return failure.code;
+}
+
+}  // namespace camclock::app

@@ -1,0 +1,71 @@
+#include "apps/camclock/views/Terminal.h"
+
+#include <csignal>
+#include <cstdio>
+
+#ifdef _WIN32
+#include <io.h>
+#else
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#endif
+
+namespace camclock::app {
+namespace {
+
+constexpr std::size_t kUsualWidth = 80;
+
+volatile std::sig_atomic_t interrupted = 0;
+
+extern "C" void OnInterrupt(int signal) {
+    interrupted = interrupted + 1;
+    // Wrappers such as timeout(1) send a signal to the process and to its group: two are still one wish to
+    // end.
+    if (interrupted >= 2)
+        std::signal(signal, SIG_DFL);
+    else
+        std::signal(signal, &OnInterrupt);  // some systems forget the handler when they call it
+}
+
+}  // namespace
+
+#ifdef _WIN32
+
+bool Terminal::IsInteractive() {
+    return false;  // a console of Windows may print cursor sequences instead of obeying them
+}
+
+std::size_t Terminal::Width() {
+    return kUsualWidth;
+}
+
+#else
+
+bool Terminal::IsInteractive() {
+    // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of the program changes the environment
+    const char* kind = std::getenv("TERM");
+    return isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
+}
+
+std::size_t Terminal::Width() {
+    winsize size{};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return kUsualWidth;
+    return size.ws_col;
+}
+
+#endif
+
+void Terminal::CatchInterrupts() {
+    std::signal(SIGINT, &OnInterrupt);
+    std::signal(SIGTERM, &OnInterrupt);
+}
+
+bool Terminal::Interrupted() {
+    return interrupted != 0;
+}
+
+}  // namespace camclock::app
