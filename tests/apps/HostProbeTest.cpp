@@ -1,5 +1,5 @@
 // The program's measurement of one host, over real sockets between network namespaces.
-#include "apps/camclock/commands/HostProbe.h"
+#include "apps/camclock/sources/HostProbe.h"
 
 #include "receiver/HostClock.h"
 #include "support/NetworkNamespaces.h"

@@ -1,6 +1,6 @@
 #include "apps/camclock/commands/Commands.h"
-#include "apps/camclock/commands/HexText.h"
 #include "apps/camclock/views/HeaderReport.h"
+#include "apps/camclock/views/HexText.h"
 
 #include "support/Base64.h"
 #include "support/H264Headers.h"

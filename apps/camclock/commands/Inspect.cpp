@@ -1,7 +1,7 @@
 #include "apps/camclock/commands/Commands.h"
-#include "apps/camclock/commands/HexText.h"
 #include "apps/camclock/commands/WatchOptions.h"
 #include "apps/camclock/views/HeaderReport.h"
+#include "apps/camclock/views/HexText.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,7 +1,7 @@
 #include "apps/camclock/commands/Commands.h"
-#include "apps/camclock/commands/HostProbe.h"
 #include "apps/camclock/commands/WatchOptions.h"
 #include "apps/camclock/commands/WatchRun.h"
+#include "apps/camclock/sources/HostProbe.h"
 #include "apps/camclock/sources/RtspReceiver.h"
 #include "apps/camclock/views/Terminal.h"
 #include "receiver/HostClock.h"

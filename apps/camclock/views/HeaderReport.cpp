@@ -1,6 +1,6 @@
 #include "apps/camclock/views/HeaderReport.h"
 
-#include "apps/camclock/commands/HexText.h"
+#include "apps/camclock/views/HexText.h"
 #include "receiver/PictureHeaders.h"
 #include "receiver/Sdp.h"
 

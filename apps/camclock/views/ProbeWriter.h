@@ -1,6 +1,6 @@
 #pragma once
 
-#include "apps/camclock/commands/HostProbe.h"
+#include "apps/camclock/sources/HostProbe.h"
 
 #include <cstddef>
 #include <string>

@@ -1,4 +1,4 @@
-#include "apps/camclock/commands/HostProbe.h"
+#include "apps/camclock/sources/HostProbe.h"
 
 #include "receiver/HostClock.h"
 

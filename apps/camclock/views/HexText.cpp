@@ -1,4 +1,4 @@
-#include "apps/camclock/commands/HexText.h"
+#include "apps/camclock/views/HexText.h"
 
 #include <fmt/format.h>
 
