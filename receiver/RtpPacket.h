@@ -1,14 +1,12 @@
 #pragma once
 
 #include <camclock/TimePoint.h>
+#include <camclock/receiver/Format.h>
 
 #include <cstddef>
 #include <cstdint>
 
 namespace camclock::receiver {
-
-/// The video formats that the program understands.
-enum class Codec { kH264, kMpeg4Visual };
 
 /// One RTP packet (RFC 3550, 5.1) as it arrived. It does not own its payload.
 struct RtpPacket {
