@@ -13,9 +13,10 @@ struct RtpPacket {
     std::uint32_t RTP_ts = 0;
     std::uint32_t SSRC = 0;
     std::uint16_t seqnum = 0;
+    std::uint8_t payloadType = 0;  ///< 0 to 127
     bool marker = false;
     const std::uint8_t* payload = nullptr;
-    std::size_t size = 0;  ///< bytes of payload
+    std::size_t size = 0;  ///< bytes of payload, without padding
     TimePoint TOR_host{};  ///< time of reception
 };
 
