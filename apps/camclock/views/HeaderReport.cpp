@@ -2,10 +2,10 @@
 
 #include "apps/camclock/views/HexText.h"
 #include "receiver/PictureHeaders.h"
-#include "receiver/Sdp.h"
 
 #include <camclock/MP4VESParser.h>
 #include <camclock/ParameterSetParser.h>
+#include <camclock/receiver/Format.h>
 
 #include <fmt/format.h>
 
@@ -339,30 +339,34 @@ std::vector<HeaderReport> InspectSdp(const std::string& text, const std::string&
     const auto add = [&reports](std::vector<HeaderReport> more) {
         std::move(more.begin(), more.end(), std::back_inserter(reports));
     };
-    const std::vector<receiver::SdpStream> streams = receiver::StreamsOfSdp(text);
-    for (std::size_t i = 0; i < streams.size(); ++i) {
-        const receiver::SdpStream& stream = streams[i];
-        const std::string where = fmt::format("{}, video stream {}", source, i + 1);
-        if (stream.kind == receiver::SdpStream::Kind::kOther) {
+    int number = 0;
+    for (const receiver::Format& stream : receiver::Format::FromSdp(text)) {
+        if (stream.media != "video")
+            continue;
+        const std::string where = fmt::format("{}, video stream {}", source, ++number);
+        const bool isH264 = stream.codec == receiver::Codec::kH264;
+        if (!isH264 && stream.codec != receiver::Codec::kMpeg4Visual) {
+            constexpr int kFirstDynamicType = 96;  // RFC 3551, 3
             add({{"stream",
                   "video stream",
                   where,
                   false,
                   fmt::format("neither H.264 nor MPEG-4 Visual: {}",
-                              stream.encoding.empty() ? "a static payload type" : stream.encoding),
+                              stream.payloadType < kFirstDynamicType || stream.encoding.empty()
+                                  ? "a static payload type"
+                                  : stream.encoding),
                   ordered_json::object(),
                   {}}});
-        } else if (!stream.hasHeaders) {
+        } else if (stream.headers.empty()) {
             add({{"stream",
                   "video stream",
                   where,
                   false,
-                  stream.kind == receiver::SdpStream::Kind::kH264
-                      ? "no sprop-parameter-sets: they may come in band"
-                      : "no config: it may come in band",
+                  isH264 ? "no sprop-parameter-sets: they may come in band"
+                         : "no config: it may come in band",
                   ordered_json::object(),
                   {}}});
-        } else if (stream.kind == receiver::SdpStream::Kind::kH264) {
+        } else if (isH264) {
             add(InspectSprop(stream.headers, where));
         } else if (const HexText config = HexText::Parse(stream.headers); !config.error.empty()) {
             add({{"stream",

@@ -25,12 +25,14 @@ struct Format {
     std::uint32_t clockRate_Hz = 90'000;  ///< of the stream's RTP clock
     int payloadType = -1;  ///< 0 to 127; -1: packets of every payload type belong to the stream
     std::string headers;   ///< sprop-parameter-sets (H.264); sprop-vps, -sps, -pps joined by commas (H.265);
-                          ///< config (MPEG-4 Visual, hexadecimal); may be empty
-    std::string control;  ///< a=control: the stream's own URL or the end of it
+                           ///< config (MPEG-4 Visual, hexadecimal); may be empty
+    std::string control;   ///< a=control: the stream's own URL or the end of it
 
     /// The streams of a session description (RFC 8866), in its order: one entry for each payload type of each
-    /// media line, "m=video 0 RTP/AVP 96 97" gives two. Lines that are none, or are broken, are passed over;
-    /// what is no description at all gives no stream.
+    /// media line, "m=video 0 RTP/AVP 96 97" gives two. Static payload types need no a=rtpmap (RFC 3551); a
+    /// clock rate that is missing or no number is the encoding's usual one. Lines that are none, or are
+    /// broken, or longer than 16 KiB, are passed over, and so is what follows the first 256 streams; what is
+    /// no description at all gives no stream. Any text, in linear time; throws nothing but want of memory.
     static CAMCLOCK_RECEIVER_API std::vector<Format> FromSdp(const std::string& sdp);
 };
 
