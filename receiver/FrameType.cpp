@@ -1,138 +1,101 @@
 #include "receiver/FrameType.h"
 
+#include "receiver/Bits.h"
+#include "receiver/NalUnits.h"
+
+#include <algorithm>
+
 namespace camclock::receiver {
 namespace {
 
 using MediaPacket::Frametype;
 
-/// A stretch of bytes that is only read from the front.
-struct Bytes {
-    const std::uint8_t* data;
-    std::size_t size;
+constexpr FrameKind kKeyFrame{MediaPacket::kFrameI, true};
 
-    Bytes Without(std::size_t count) const {
-        return count < size ? Bytes{data + count, size - count} : Bytes{data, 0};
-    }
-};
-
-/// Reads bits for as long as there are any, then zeros.
-class Bits {
-public:
-    explicit Bits(Bytes bytes)
-        : bytes_(bytes) {}
-
-    bool AtEnd() const { return position_ >= bytes_.size * 8; }
-
-    unsigned Bit() {
-        if (AtEnd())
-            return 0;
-        const unsigned byte = bytes_.data[position_ / 8];
-        const unsigned bit = byte >> (7 - position_ % 8) & 1U;
-        ++position_;
-        return bit;
-    }
-
-    /// ue(v) (ITU-T H.264, 9.1). The codes of a slice header's first two fields are short: one of more than
-    /// 16 leading zeros, or one that the data end in, is not a slice header.
-    bool Ue(unsigned& value) {
-        unsigned zeros = 0;
-        while (!AtEnd() && Bit() == 0)
-            ++zeros;
-        if (zeros > 16 || position_ + zeros > bytes_.size * 8)
-            return false;
-        unsigned suffix = 0;
-        for (unsigned i = 0; i < zeros; ++i)
-            suffix = suffix << 1 | Bit();
-        value = (1U << zeros) - 1 + suffix;
-        return true;
-    }
-
-private:
-    Bytes bytes_;
-    std::size_t position_ = 0;
-};
-
-/// `slice` begins behind the NAL unit's header byte.
-Frametype TypeOfSlice(Bytes slice) {
-    Bits bits(slice);
+FrameKind KindOfH264(const NalUnit& unit) {
+    constexpr unsigned kIdr = 5;
+    if (unit.type == kIdr && unit.size > 0)
+        return kKeyFrame;
+    if (unit.type != 1 && unit.type != 2)  // a slice, whole or its partition A
+        return {};
+    Bits bits(unit.body, unit.size);
     unsigned first_mb_in_slice = 0;
     unsigned slice_type = 0;
-    if (slice.size == 0 || !bits.Ue(first_mb_in_slice) || !bits.Ue(slice_type))
-        return MediaPacket::kFrameUnknown;
+    if (!bits.Ue(first_mb_in_slice) || !bits.Ue(slice_type))
+        return {};
     switch (slice_type % 5) {  // 5 to 9 say the same of all slices of the picture (ITU-T H.264, table 7-6)
     case 0:
     case 3:  // SP
-        return MediaPacket::kFrameP;
-    case 1: return MediaPacket::kFrameB;
+        return {MediaPacket::kFrameP};
+    case 1: return {MediaPacket::kFrameB};
     default:  // I, SI
-        return MediaPacket::kFrameI;
+        return {MediaPacket::kFrameI};
     }
 }
 
-Frametype TypeOfNal(unsigned nal_unit_type, Bytes behindHeader) {
-    switch (nal_unit_type) {
-    case 5: return MediaPacket::kFrameI;  // IDR
-    case 1:
-    case 2: return TypeOfSlice(behindHeader);  // a slice, whole or its partition A
-    default: return MediaPacket::kFrameUnknown;
+FrameKind KindOfH265(const NalUnit& unit) {
+    if (unit.type >= 16 && unit.type <= 21 && unit.size > 0)
+        return kKeyFrame;
+    if (unit.type > 9)  // the types of other slices
+        return {};
+    Bits bits(unit.body, unit.size);
+    unsigned pps_id = 0;
+    unsigned slice_type = 0;
+    const bool isFirst = bits.Bit() != 0;  // others have an address of unknown length in front
+    if (!isFirst || !bits.Ue(pps_id) || !bits.Ue(slice_type))
+        return {};
+    switch (slice_type) {  // ITU-T H.265, table 7-7
+    case 0: return {MediaPacket::kFrameB};
+    case 1: return {MediaPacket::kFrameP};
+    case 2: return {MediaPacket::kFrameI};
+    default: return {};
     }
 }
 
-Frametype TypeOfAggregate(Bytes units) {
-    while (units.size >= 3) {
-        const std::size_t size = static_cast<std::size_t>(units.data[0]) << 8 | units.data[1];
-        units = units.Without(2);
-        if (size == 0 || size > units.size)
-            break;
-        const Frametype type = TypeOfNal(units.data[0] & 0x1FU, Bytes{units.data, size}.Without(1));
-        if (type != MediaPacket::kFrameUnknown)
-            return type;
-        units = units.Without(size);
-    }
-    return MediaPacket::kFrameUnknown;
+template <class KindOfUnit>
+FrameKind FirstThatTells(Codec codec, const std::uint8_t* payload, std::size_t size, KindOfUnit kindOf) {
+    FrameKind kind;
+    ForEachNalUnit(codec, payload, size, [&](const NalUnit& unit) {
+        kind = kindOf(unit);
+        return kind.type == MediaPacket::kFrameUnknown;
+    });
+    return kind;
 }
 
-Frametype TypeOfFragment(Bytes packet, std::size_t headerSize) {
-    constexpr unsigned kStart = 0x80;
-    if (packet.size <= headerSize || (packet.data[1] & kStart) == 0)
-        return MediaPacket::kFrameUnknown;
-    return TypeOfNal(packet.data[1] & 0x1FU, packet.Without(headerSize));
-}
-
-Frametype H264(Bytes packet) {
-    if (packet.size < 2)
-        return MediaPacket::kFrameUnknown;
-    const unsigned type = packet.data[0] & 0x1FU;
-    switch (type) {
-    case 24: return TypeOfAggregate(packet.Without(1));  // STAP-A
-    case 25: return TypeOfAggregate(packet.Without(3));  // STAP-B: a decoding order number first
-    case 28: return TypeOfFragment(packet, 2);           // FU-A
-    case 29: return TypeOfFragment(packet, 4);           // FU-B: a decoding order number behind the header
-    default: return TypeOfNal(type, packet.Without(1));
-    }
-}
-
-Frametype Mpeg4Visual(Bytes packet) {
-    // A start code is never split between packets, and 00 00 01 never occurs inside video data.
-    for (std::size_t i = 0; i + 4 < packet.size; ++i) {
-        const std::uint8_t* p = packet.data + i;
-        if (p[0] != 0 || p[1] != 0 || p[2] != 1 || p[3] != 0xB6)
+FrameKind KindOfMpeg4Visual(const std::uint8_t* payload, std::size_t size) {
+    const auto isStartCode = [payload](std::size_t i) {
+        return payload[i] == 0 && payload[i + 1] == 0 && payload[i + 2] == 1;
+    };
+    constexpr unsigned kVop = 0xB6;
+    // Behind sequence, layer and group headers, which are some dozens of bytes; user data may make them more.
+    constexpr std::size_t kLongestHeaders = 2048;
+    const std::size_t end = std::min(size, kLongestHeaders);
+    if (end < 5 || !isStartCode(0))
+        return {};
+    for (std::size_t i = 0; i + 4 < end; ++i) {
+        if (!isStartCode(i) || payload[i + 3] != kVop)
             continue;
-        switch (p[4] >> 6) {  // vop_coding_type
-        case 0: return MediaPacket::kFrameI;
-        case 1: return MediaPacket::kFrameP;
-        case 2: return MediaPacket::kFrameB;
-        default: return MediaPacket::kFrameSprite;
+        switch (payload[i + 4] >> 6U) {  // vop_coding_type
+        case 0: return kKeyFrame;
+        case 1: return {MediaPacket::kFrameP};
+        case 2: return {MediaPacket::kFrameB};
+        default: return {MediaPacket::kFrameSprite};
         }
     }
-    return MediaPacket::kFrameUnknown;
+    return {};
 }
 
 }  // namespace
 
-Frametype FrameTypeOf(Codec codec, const std::uint8_t* payload, std::size_t size) {
-    const Bytes packet{payload, size};
-    return codec == Codec::kH264 ? H264(packet) : Mpeg4Visual(packet);
+FrameKind FrameKindOf(Codec codec, const std::uint8_t* payload, std::size_t size) {
+    switch (codec) {
+    case Codec::kH264: return FirstThatTells(codec, payload, size, KindOfH264);
+    case Codec::kH265: return FirstThatTells(codec, payload, size, KindOfH265);
+    case Codec::kMpeg4Visual: return KindOfMpeg4Visual(payload, size);
+    case Codec::kMjpeg: return size > 0 ? kKeyFrame : FrameKind{};
+    case Codec::kOther: break;
+    }
+    return {};
 }
 
 }  // namespace camclock::receiver

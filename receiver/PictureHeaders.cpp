@@ -1,6 +1,8 @@
 #include "receiver/PictureHeaders.h"
 
-#include "receiver/FrameType.h"
+#include "receiver/Base64.h"
+#include "receiver/H265Sps.h"
+#include "receiver/NalUnits.h"
 
 #include <algorithm>
 #include <array>
@@ -11,7 +13,6 @@ namespace {
 
 constexpr unsigned int kSequenceCode = 0xB0;  // last byte of the start codes of ISO/IEC 14496-2, table 6-3
 constexpr unsigned int kObjectCode = 0xB5;
-constexpr unsigned int kVopCode = 0xB6;
 
 /// The first start code 00 00 01 XX whose last byte is one of `codes`; `size` when there is none.
 template <std::size_t N>
@@ -61,13 +62,26 @@ std::optional<PictureFormat> SizeOfText(const std::string& text) {
 
 PictureHeaders::PictureHeaders(Codec codec, const std::string& description)
     : codec_(codec) {
-    std::string text = description;
-    if (codec_ == Codec::kH264) {
+    _TakeDescription(description);
+}
+
+void PictureHeaders::_TakeDescription(const std::string& description) {
+    std::string text = description;  // the library's parsers mark it
+    switch (codec_) {
+    case Codec::kH264:
         h264_.SetSpropsString(text);
         _TakeSps();
-    } else {
+        break;
+    case Codec::kH265:
+        for (const std::vector<std::uint8_t>& nal : DecodeBase64List(description))
+            _TakeParameterSet(nal.data(), nal.size());
+        break;
+    case Codec::kMpeg4Visual:
         mpeg4_.TryParseString(text);
         _TakeLayer();
+        break;
+    case Codec::kMjpeg:
+    case Codec::kOther: break;
     }
 }
 
@@ -79,46 +93,64 @@ void PictureHeaders::TakeFallback(unsigned int width, unsigned int height) {
 void PictureHeaders::Take(const std::uint8_t* payload, std::size_t size) {
     if (fromHeaders_ || size == 0)
         return;
-    if (codec_ == Codec::kMpeg4Visual) {
-        const std::size_t start =
-            FindStartCode(payload, std::min(size, kLongestHeader), std::array{kSequenceCode, kObjectCode});
-        if (start >= std::min(size, kLongestHeader))
-            return;
-        bytes_.assign(payload + start, payload + std::min(size, start + kLongestHeader));
-        mpeg4_.TryParse(bytes_.data(), static_cast<unsigned int>(bytes_.size()));
-        _TakeLayer();
-        return;
-    }
-    switch (payload[0] & 0x1FU) {  // RFC 6184, table 1
-    case 7: _TakeParameterSet(payload, size); break;
-    case 24: _TakeAggregate(payload + 1, size - 1); break;  // STAP-A
-    case 25:
-        _TakeAggregate(payload + std::min<std::size_t>(size, 3), size - std::min<std::size_t>(size, 3));
-        break;
-    default: break;
+    switch (codec_) {
+    case Codec::kH264:
+    case Codec::kH265: _TakeNalUnits(payload, size); break;
+    case Codec::kMpeg4Visual: _TakeConfiguration(payload, size); break;
+    case Codec::kMjpeg: _TakeJpeg(payload, size); break;
+    case Codec::kOther: break;
     }
 }
 
+void PictureHeaders::_TakeNalUnits(const std::uint8_t* payload, std::size_t size) {
+    ForEachNalUnit(codec_, payload, size, [this](const NalUnit& unit) {
+        const std::size_t header = NalHeaderSize(codec_);
+        if (unit.whole)
+            _TakeParameterSet(unit.body - header, unit.size + header);
+        return !fromHeaders_;
+    });
+}
+
 void PictureHeaders::_TakeParameterSet(const std::uint8_t* nal, std::size_t size) {
+    if (codec_ == Codec::kH265) {
+        if (const auto picture = PictureOfH265Sps(nal, size))
+            fromHeaders_ = picture;
+        return;
+    }
     constexpr unsigned int kSps = 7;
-    if (size == 0 || (nal[0] & 0x1FU) != kSps)
+    if ((nal[0] & 0x1FU) != kSps)
         return;
     bytes_.assign(nal, nal + std::min(size, kLongestHeader));
     h264_.SetSPSArray(bytes_.data(), static_cast<unsigned int>(bytes_.size()));
     _TakeSps();
 }
 
-void PictureHeaders::_TakeAggregate(const std::uint8_t* units, std::size_t size) {
-    while (size > 2) {
-        const std::size_t length = static_cast<std::size_t>(units[0]) << 8U | units[1];
-        units += 2;
-        size -= 2;
-        if (length > size)
-            return;
-        _TakeParameterSet(units, length);
-        units += length;
-        size -= length;
+void PictureHeaders::_TakeConfiguration(const std::uint8_t* payload, std::size_t size) {
+    const std::size_t searched = std::min(size, kLongestHeader);
+    const std::size_t start = FindStartCode(payload, searched, std::array{kSequenceCode, kObjectCode});
+    if (start >= searched)
+        return;
+    bytes_.assign(payload + start, payload + std::min(size, start + kLongestHeader));
+    mpeg4_.TryParse(bytes_.data(), static_cast<unsigned int>(bytes_.size()));
+    _TakeLayer();
+}
+
+void PictureHeaders::_TakeJpeg(const std::uint8_t* payload, std::size_t size) {
+    constexpr std::size_t kHeader = 8;  // RFC 2435, 3.1
+    if (size < kHeader || payload[6] == 0 || payload[7] == 0)
+        return;
+    PictureFormat picture;
+    picture.width = 8U * payload[6];
+    picture.height = 8U * payload[7];
+    // Types 64 to 127 are 0 to 63 with restart markers; 0 halves the colour's width, 1 its height as well.
+    switch (payload[4]) {
+    case 0:
+    case 64: picture.pixels = MediaPacket::kPixel422; break;
+    case 1:
+    case 65: picture.pixels = MediaPacket::kPixel420; break;
+    default: break;
     }
+    fromHeaders_ = picture;
 }
 
 void PictureHeaders::_TakeSps() {
@@ -143,25 +175,6 @@ void PictureHeaders::_TakeLayer() {
         return;
     picture.pixels = mpeg4_.GetPixelFormat(valid);
     fromHeaders_ = picture;
-}
-
-MediaPacket::Frametype PictureHeaders::TypeOf(const std::uint8_t* payload, std::size_t size) {
-    if (codec_ == Codec::kMpeg4Visual) {
-        // From the VOP on: key frames begin with a group-of-VOP header, which the parser does not enter.
-        const std::size_t start = FindStartCode(payload, size, std::array{kVopCode});
-        if (start >= size)
-            return MediaPacket::kFrameUnknown;
-        constexpr std::size_t kLongestVopHeader = 64;
-        bytes_.assign(payload + start, payload + std::min(size, start + kLongestVopHeader));
-        mpeg4_.TryParse(bytes_.data(), static_cast<unsigned int>(bytes_.size()));
-        bool valid = false;
-        const MediaPacket::Frametype type = mpeg4_.GetFrameType(valid);
-        if (valid)
-            return type;
-        // A frame that is not coded, or whose time stamp the parser reads a bit too long: its type stands in
-        // front.
-    }
-    return FrameTypeOf(codec_, payload, size);
 }
 
 }  // namespace camclock::receiver

@@ -1,10 +1,9 @@
 #pragma once
 
-#include "receiver/RtpPacket.h"
-
 #include <camclock/MP4VESParser.h>
 #include <camclock/MediaPacket.h>
 #include <camclock/ParameterSetParser.h>
+#include <camclock/receiver/Format.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -31,8 +30,10 @@ std::optional<PictureFormat> SizeOfText(const std::string& text);
 /// The text of a pixel format: "4:2:0"; "unknown".
 const char* PixelFormatText(MediaPacket::PixelFormat format);
 
-/// How large are the pictures of this stream, and of what kind is the frame that begins in this packet? Reads
-/// the headers of the stream's description (SDP) and, when they tell no size, those in the stream itself.
+/// How large are the pictures of this stream? Reads the headers of the stream's description (SDP) and, when
+/// they tell no size, those in the stream itself: parameter sets of H.264 and H.265 that stand whole in one
+/// packet, MPEG-4 Visual configurations, and the size that every packet of JPEG carries (RFC 2435, 3.1.5 and
+/// 3.1.6; pictures of 2,048 and more samples do not fit there).
 ///
 /// One thread at a time.
 ///
@@ -41,11 +42,10 @@ const char* PixelFormatText(MediaPacket::PixelFormat format);
 ///     if (const auto picture = headers.Picture()) ...
 class PictureHeaders {
 public:
-    /// `description`: sprop-parameter-sets (RFC 6184) or config (RFC 6416) of the SDP; may be empty.
+    /// `description`: as `Format::headers`; may be empty.
     PictureHeaders(Codec codec, const std::string& description);
 
-    /// Looks for headers in a packet's payload, for as long as there is no size. Parameter sets that are
-    /// spread over packets are not found.
+    /// Looks for headers in a packet's payload, for as long as there is no size.
     void Take(const std::uint8_t* payload, std::size_t size);
 
     /// What somebody else knows of the size (GStreamer's caps). It counts as long as no header tells one.
@@ -53,12 +53,12 @@ public:
 
     std::optional<PictureFormat> Picture() const { return fromHeaders_ ? fromHeaders_ : fallback_; }
 
-    /// The kind of the frame that this packet is a part of, as far as the packet tells.
-    MediaPacket::Frametype TypeOf(const std::uint8_t* payload, std::size_t size);
-
 private:
+    void _TakeDescription(const std::string& description);
+    void _TakeNalUnits(const std::uint8_t* payload, std::size_t size);
     void _TakeParameterSet(const std::uint8_t* nal, std::size_t size);
-    void _TakeAggregate(const std::uint8_t* units, std::size_t size);
+    void _TakeConfiguration(const std::uint8_t* payload, std::size_t size);
+    void _TakeJpeg(const std::uint8_t* payload, std::size_t size);
     void _TakeSps();
     void _TakeLayer();
 

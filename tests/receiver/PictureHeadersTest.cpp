@@ -21,9 +21,8 @@ using camclock::testing::PpsFields;
 using camclock::testing::SpsFields;
 using Bytes = std::vector<std::uint8_t>;
 
-// Headers by FFmpeg's encoder: 176 x 144 at 25, and 320 x 240 at 16 frames per second.
+// Headers by FFmpeg's encoder: 176 x 144 at 25 frames per second.
 constexpr const char* kConfig = "000001b001000001b58913000001000000012000c48d8800cd0584121443";
-constexpr const char* kConfig16 = "000001b001000001b58913000001000000012000c48d8800850a041e1443";
 
 Bytes FromHex(const std::string& hex) {
     Bytes bytes;
@@ -43,10 +42,6 @@ std::string TextOf(const PictureHeaders& headers) {
 
 void Take(PictureHeaders& headers, const Bytes& payload) {
     headers.Take(payload.data(), payload.size());
-}
-
-MediaPacket::Frametype TypeOf(PictureHeaders& headers, const Bytes& payload) {
-    return headers.TypeOf(payload.data(), payload.size());
 }
 
 Bytes Aggregate(Bytes head, const std::vector<Bytes>& units) {
@@ -138,38 +133,95 @@ TEST(PictureHeaders, SizeBesideTheHeaders) {
         EXPECT_FALSE(SizeOfText(text)) << text;
 }
 
-TEST(PictureHeaders, Mpeg4FrameTypesBehindAGroupOfVopHeader) {
-    PictureHeaders headers(Codec::kMpeg4Visual, kConfig);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b300100700000001b61060d182d5b7f1b6")), MediaPacket::kFrameI);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b650f02385161d0805")), MediaPacket::kFrameP);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b690e065274e9d3a7f")), MediaPacket::kFrameB);
-    EXPECT_EQ(TypeOf(headers, FromHex("5df1ffffab00")), MediaPacket::kFrameUnknown);
-    EXPECT_EQ(TextOf(headers), "176x144 4:2:0");
+// By libx265: 1,920 x 1,080, of which 8 lines are cropped, and 642 x 482 of 4:2:2 with 10 bits.
+constexpr const char* kHevcSps =
+    "420101016000000300900000030000030078a003c08010e596566924caf0168080000003008000000c84";
+constexpr const char* kHevcSps422 =
+    "4201010408000003009d0800000300005ab0051201e9c93b65959a4932bc05a02000000300200000030321";
+constexpr const char* kHevcVps = "40010c01ffff016000000300900000030000030078959809";
+
+TEST(PictureHeaders, H265ParameterSets) {
+    EXPECT_EQ(TextOf(PictureHeaders(Codec::kH265, EncodeBase64(FromHex(kHevcVps)) + "," +
+                                                      EncodeBase64(FromHex(kHevcSps)) + ",RAHBcrRiQA==")),
+              "1920x1080 4:2:0");
+    EXPECT_EQ(TextOf(PictureHeaders(Codec::kH265, EncodeBase64(FromHex(kHevcSps422)))), "642x482 4:2:2");
+    EXPECT_EQ(TextOf(PictureHeaders(Codec::kH265, "!,=,QAEM")), "");
+    for (const Bytes& payload :
+         {FromHex(kHevcSps), Aggregate({0x60, 1}, {FromHex(kHevcVps), FromHex(kHevcSps)})}) {
+        PictureHeaders headers(Codec::kH265, "");
+        Take(headers, payload);
+        EXPECT_EQ(TextOf(headers), "1920x1080 4:2:0");
+    }
 }
 
-TEST(PictureHeaders, Mpeg4FrameTypesOfAPowerOfTwoRate) {
-    PictureHeaders headers(Codec::kMpeg4Visual, kConfig16);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b610c16305336fe36d")), MediaPacket::kFrameI);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b651e047c28b0fa312")), MediaPacket::kFrameP);
-    EXPECT_EQ(TypeOf(headers, FromHex("000001b652c047d0f07151e6")), MediaPacket::kFrameP);
+/// A sequence parameter set of three sub-layers, the second of which has a profile and a level of its own.
+Bytes HevcSpsWithSubLayers(bool subLayerProfile, bool subLayerLevel, std::uint32_t chroma_format_idc) {
+    BitWriter w;
+    w.U(16, 0x4201).U(4, 0).U(3, 2).Flag(true);
+    for (int i = 0; i < 12; ++i)
+        w.U(8, 0x55);  // general profile, tier and level
+    w.U(2, 0).Flag(subLayerProfile).Flag(subLayerLevel).U(12, 0);
+    w.U(subLayerProfile ? 64 : 0, 0x5555'5555'5555'5555).U(subLayerProfile ? 24 : 0, 0x55'5555);
+    w.U(subLayerLevel ? 8 : 0, 0x55);
+    w.Ue(0).Ue(chroma_format_idc);
+    if (chroma_format_idc == 3)
+        w.Flag(false);
+    w.Ue(648).Ue(488).Flag(true).Ue(1).Ue(2).Ue(3).Ue(1).Ue(0).Ue(0).TrailingBits();
+    return w.Bytes();
 }
 
-TEST(PictureHeaders, H264FrameTypes) {
-    PictureHeaders headers(Codec::kH264, "");
-    EXPECT_EQ(TypeOf(headers, {0x65, 0x88}), MediaPacket::kFrameI);
-    EXPECT_EQ(TypeOf(headers, {0x41, 0xC0}), MediaPacket::kFrameP);
+TEST(PictureHeaders, H265SubLayersAndConformanceWindow) {
+    for (const bool profile : {false, true})
+        for (const bool level : {false, true}) {
+            PictureHeaders headers(Codec::kH265, "");
+            Take(headers, HevcSpsWithSubLayers(profile, level, 1));
+            EXPECT_EQ(TextOf(headers), "642x480 4:2:0") << profile << level;
+        }
+    const char* const expected[] = {"645x484 monochrome", "642x480 4:2:0", "642x484 4:2:2", "645x484 4:4:4"};
+    for (std::uint32_t chroma = 0; chroma < 4; ++chroma) {
+        PictureHeaders headers(Codec::kH265, "");
+        Take(headers, HevcSpsWithSubLayers(false, false, chroma));
+        EXPECT_EQ(TextOf(headers), expected[chroma]);
+    }
+    PictureHeaders headers(Codec::kH265, "");
+    Take(headers, HevcSpsWithSubLayers(false, false, 4));  // there is no such format
+    EXPECT_EQ(TextOf(headers), "");
+}
+
+TEST(PictureHeaders, H265SetCutShortTellsNothing) {
+    const Bytes sps = FromHex(kHevcSps);
+    constexpr std::size_t kUpToTheWindow = 24;
+    for (std::size_t size = 0; size < kUpToTheWindow; ++size) {
+        PictureHeaders headers(Codec::kH265, "");
+        headers.Take(Bytes(sps.begin(), sps.begin() + static_cast<std::ptrdiff_t>(size)).data(), size);
+        EXPECT_EQ(TextOf(headers), "") << size;
+    }
+}
+
+TEST(PictureHeaders, JpegPacketsTellTheirSize) {
+    PictureHeaders headers(Codec::kMjpeg, "");
+    Take(headers, {0, 0, 0, 0, 1, 80, 40});
+    Take(headers, {0, 0, 0, 0, 1, 80, 0, 30});  // too wide for the field
+    Take(headers, {0, 0, 0, 0, 1, 80, 40, 0});
+    EXPECT_EQ(TextOf(headers), "");
+    Take(headers, {0, 0, 0, 0, 65, 80, 40, 30});
+    EXPECT_EQ(TextOf(headers), "320x240 4:2:0");
+    PictureHeaders wide(Codec::kMjpeg, "");
+    Take(wide, {0, 0, 0, 0, 0, 80, 80, 60, 1});
+    EXPECT_EQ(TextOf(wide), "640x480 4:2:2");
+    PictureHeaders own(Codec::kMjpeg, "");
+    Take(own, {0, 0, 0, 0, 2, 80, 80, 60});
+    EXPECT_EQ(TextOf(own), "640x480");
 }
 
 TEST(PictureHeaders, AnyPayloadIsTaken) {
-    for (const Codec codec : {Codec::kH264, Codec::kMpeg4Visual}) {
+    for (const Codec codec : {Codec::kH264, Codec::kH265, Codec::kMpeg4Visual, Codec::kOther}) {
         PictureHeaders headers(codec, "\xFF,,=A");
         headers.Take(nullptr, 0);
-        EXPECT_EQ(headers.TypeOf(nullptr, 0), MediaPacket::kFrameUnknown);
         for (const Bytes& payload :
              {Bytes{24}, Bytes{25}, Bytes{25, 0}, Bytes{24, 0xFF, 0xFF, 0x67}, Bytes{24, 0, 0}, Bytes{0x67},
               Bytes{0, 0, 1}, Bytes{0, 0, 1, 0xB0}, Bytes(5'000, 0)}) {
             Take(headers, payload);
-            TypeOf(headers, payload);
             EXPECT_EQ(TextOf(headers), "");
         }
     }

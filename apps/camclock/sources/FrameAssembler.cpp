@@ -19,7 +19,7 @@ FrameAssembler::FrameAssembler(TypeReader typeOf, FrameSink sink)
 
 FrameAssembler::FrameAssembler(receiver::Codec codec, FrameSink sink)
     : FrameAssembler([codec](const std::uint8_t* payload,
-                             std::size_t size) { return receiver::FrameTypeOf(codec, payload, size); },
+                             std::size_t size) { return receiver::FrameKindOf(codec, payload, size).type; },
                      std::move(sink)) {}
 
 void FrameAssembler::Add(const receiver::RtpPacket& packet) {

@@ -14,9 +14,7 @@ StreamSession::StreamSession(TimeFilter& camera, std::string streamId, const Str
     , settings_(std::move(settings))
     , consumer_(std::move(consumer))
     , headers_(format.codec, format.headers)
-    , assembler_(
-          [this](const std::uint8_t* payload, std::size_t size) { return headers_.TypeOf(payload, size); },
-          [this](const Frame& frame) { _OnFrame(frame); }) {
+    , assembler_(format.codec, [this](const Frame& frame) { _OnFrame(frame); }) {
     _StartInstance();
 }
 
