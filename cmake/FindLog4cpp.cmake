@@ -7,7 +7,8 @@ find_package_handle_standard_args(Log4cpp
   REQUIRED_VARS Log4cpp_LIBRARY Log4cpp_INCLUDE_DIR
   REASON_FAILURE_MESSAGE "on Debian and Ubuntu it is the package liblog4cpp5-dev")
 if(Log4cpp_FOUND AND NOT TARGET Log4cpp::Log4cpp)
-  add_library(Log4cpp::Log4cpp UNKNOWN IMPORTED)
+  # Global: whoever uses the project by add_subdirectory links it through camclock_static.
+  add_library(Log4cpp::Log4cpp UNKNOWN IMPORTED GLOBAL)
   set_target_properties(Log4cpp::Log4cpp PROPERTIES
     IMPORTED_LOCATION "${Log4cpp_LIBRARY}"
     INTERFACE_INCLUDE_DIRECTORIES "${Log4cpp_INCLUDE_DIR}")

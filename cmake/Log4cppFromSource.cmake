@@ -24,12 +24,12 @@ target_include_directories(log4cpp SYSTEM INTERFACE
 # It goes into the package beside the library (target camclock::log4cpp): an application that wants the library's
 # messages sets its appenders in this very DLL.
 install(TARGETS log4cpp EXPORT camclockTargets
-  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(DIRECTORY "${LOG4CPP_SOURCE_DIR}/include/log4cpp" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT camclock
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT camclock
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT camclock)
+install(DIRECTORY "${LOG4CPP_SOURCE_DIR}/include/log4cpp" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT camclock
   FILES_MATCHING PATTERN "*.hh" PATTERN "*.h")
-install(FILES "${LOG4CPP_SOURCE_DIR}/COPYING" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/log4cpp)
+install(FILES "${LOG4CPP_SOURCE_DIR}/COPYING" DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/log4cpp COMPONENT camclock)
 
 # Its headers include windows.h, which would define min and max and bring in the old winsock.h.
 target_compile_definitions(log4cpp INTERFACE $<BUILD_INTERFACE:NOMINMAX> $<BUILD_INTERFACE:WIN32_LEAN_AND_MEAN>)

@@ -4,7 +4,7 @@ enable_language(RC)
 # A program finds the DLLs that lie beside it, so everything that runs goes into one folder.
 set(CMAKE_RUNTIME_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}/bin")
 
-# The compiler's own runtime, which camclock.dll and its users share: exceptions, error categories and the memory of
+# The compiler's own runtime, which our DLLs and their users share: exceptions, error categories and the memory of
 # standard containers cross the boundary between them.
 set(camclock_runtime_dlls "")
 if(MINGW)
@@ -24,13 +24,14 @@ if(MINGW)
       execute_process(COMMAND "${CMAKE_STRIP}" -o "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${dll}" "${path}"
         COMMAND_ERROR_IS_FATAL ANY)
     endif()
-    install(FILES "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${dll}" DESTINATION ${CMAKE_INSTALL_BINDIR})
+    install(FILES "${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${dll}" DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT camclock)
   endforeach()
 endif()
 
 # camclock_windows_library(<target>): the DLL's name and its version resource.
 function(camclock_windows_library target)
-  configure_file("${PROJECT_SOURCE_DIR}/cmake/camclock.rc.in" camclock.rc @ONLY)
-  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/camclock.rc")
+  set(camclock_rc_library ${target})
+  configure_file("${PROJECT_SOURCE_DIR}/cmake/camclock.rc.in" ${target}.rc @ONLY)
+  target_sources(${target} PRIVATE "${CMAKE_CURRENT_BINARY_DIR}/${target}.rc")
   set_target_properties(${target} PROPERTIES PREFIX "")  # camclock.dll; MinGW would name it libcamclock.dll
 endfunction()
