@@ -65,6 +65,11 @@ constexpr double kWarm = 10e-6;
 constexpr double kParallel = 50e-6;
 constexpr double kClock = 100e-6;
 
+// Standard deviations by which a rate must differ from ours. A queue's 16 blocks look like a line now and
+// then, and a wrong rate costs milliseconds; a wrong warming costs a tenth of one.
+constexpr double kSureOfWarm = 3.0;
+constexpr double kSureOfRate = 5.0;
+
 constexpr double kPlacesPerSecond = 1e5;  // the memory's unit of stamps, 10 us
 
 // After a day without a frame the crystal's walk alone, kWalk sqrt(t^3 / 3), makes half a second: the line
@@ -354,6 +359,20 @@ double FloorLine::_Gate() const {
     return kGate * std::sqrt(P00_ + Square(scatter_));
 }
 
+/// The gate widens while nothing is learned. A longer route would walk through it in the end, unless what has
+/// not come nearer than by half is still off.
+bool FloorLine::_LiesOff(double low) {
+    const double gate = _Gate();
+    if (std::abs(low) > gate)
+        return true;
+    if (ring_.Size() == 0 || low <= leftGate_)
+        return false;
+    double nearest = 1e9;
+    for (const OffLine& block : ring_)
+        nearest = std::min(nearest, static_cast<double>(block.height) - lowered_);
+    return low > nearest / 2;
+}
+
 /// The line and its covariance at another place.
 void FloorLine::_Predict(double x) {
     const double dt = x - place_;
@@ -380,7 +399,7 @@ void FloorLine::_Learn(double x) {
         P00_ = Square(std::max(mean, kLeastScatter));
         P01_ = 0.0;
         cadences_.Push({PlaceUnits(newest_.x), steps_});
-    } else if (std::abs(low) > _Gate()) {
+    } else if (_LiesOff(low)) {
         _LearnOffLine(low, place);
     } else {
         _LearnOnLine(low, place);
@@ -388,6 +407,10 @@ void FloorLine::_Learn(double x) {
 }
 
 void FloorLine::_LearnOffLine(double low, double place) {
+    if (ring_.Size() == 0) {
+        leftGate_ = _Gate();
+        leftNearby_ = std::abs(low) < 2.0 * leftGate_;
+    }
     ring_.Push({{PlaceUnits(newest_.x), steps_}, PlaceUnits(place), static_cast<float>(low + lowered_)});
     if (low < 0.0) {  // proof that the line is too high: it follows, its slope does not
         _Doubt(_Gate() - low, place);
@@ -473,9 +496,10 @@ void FloorLine::_Judge(double place) {
         return;
     }
     const double height = meanHeight + rate * (Seconds(first, PlaceUnits(place)) - meanPlace) - lowered_;
-    // It left the line without a jump, by a few millionths, and surely: the crystal's temperature.
-    const bool warm = residual < 2.0 * scatter_ && 3.0 * residual / std::sqrt(sxx) < std::abs(rate) &&
-                      std::abs(rate) < kWarm && std::abs(ring_.Oldest().height) < 2.0 * _Gate();
+    const double significance = std::abs(rate) * std::sqrt(sxx);  // in standard deviations, times `residual`
+    // It left the line without a jump, and by a few millionths: the crystal's temperature.
+    const bool warm = leftNearby_ && residual < 2.0 * scatter_ && std::abs(rate) < kWarm &&
+                      significance > kSureOfWarm * residual;
     if (!warm && std::abs(rate) < kParallel) {
         if (++parallel_ == kRing && height > 0.0) {
             told_ = height;
@@ -484,10 +508,10 @@ void FloorLine::_Judge(double place) {
         return;
     }
     parallel_ = 0;
-    // Of two clean lines the one with the likelier crystal; or the camera slews, and its frames' stamps show
-    // it, too.
+    // Of two clean lines the one with the likelier crystal; or the camera slews, and its stamps show it, too.
     const bool likelier = std::abs(slope_ + rate) < 0.5 * std::abs(slope_) && std::abs(rate) > kClock;
-    if (!warm && !likelier && std::abs(rate + _CadenceChange()) >= 0.3 * std::abs(rate))
+    const bool slewed = std::abs(rate + _CadenceChange()) < 0.3 * std::abs(rate);
+    if (!warm && !((likelier || slewed) && significance > kSureOfRate * residual))
         return;
     offset_ += height;
     slope_ = std::clamp(slope_ + rate, -kMaxRate, kMaxRate);

@@ -103,9 +103,7 @@ public:
     /// How far the low of the last block lay above the line: what waits in the network now.
     std::chrono::microseconds Queue() const;
 
-    /// Whether the line has given up for a while (`Event::Kind::kLost`).
-    bool IsLost() const { return lost_; }
-
+    /// The newest event; `Answer::happened` tells that there is a new one.
     const Event& LastEvent() const { return lastEvent_; }
 
 private:
@@ -178,6 +176,7 @@ private:
     double _Uncertainty(double x) const;
     double _Latest(const Place& frame, bool newest);
     double _Gate() const;
+    bool _LiesOff(double low);
     double _LeastScatter() const;
     double _CadenceChange() const;
     void _ForgetOffLine();
@@ -224,6 +223,7 @@ private:
     Window<OffLine, kRing> ring_;
     Window<Cadence, kCadences> cadences_;
     double lowered_ = 0.0;        // s: by how much the line went down since the ring began
+    double leftGate_ = 0.0;       // s: the gate when it began
     double lastUsable_ = 0.0;     // x of the last block that lay on the line or lowered it
     double since_ = 0.0;          // x of the first frame
     double settledFor_ = 0.0;     // s with blocks on the line, pauses left out
@@ -241,6 +241,7 @@ private:
     bool firstBlock_ = true;
     bool fine_ = false;  // arrivals are known to better than whole milliseconds
     bool hasCeiling_ = false;
+    bool leftNearby_ = false;  // the ring began without a jump
     bool lost_ = false;
     bool happened_ = false;
     Event lastEvent_;
