@@ -17,7 +17,8 @@ using Bytes = std::vector<std::uint8_t>;
 /// A fixed header with its first two bytes, sequence number 0x1234, time 0x01020304, source 0xA1B2C3D4.
 Bytes Packet(std::uint8_t first, std::uint8_t second, const Bytes& rest = {}) {
     Bytes bytes{first, second, 0x12, 0x34, 1, 2, 3, 4, 0xA1, 0xB2, 0xC3, 0xD4};
-    bytes.insert(bytes.end(), rest.begin(), rest.end());
+    for (const std::uint8_t byte : rest)
+        bytes.push_back(byte);
     return bytes;
 }
 
