@@ -1,28 +1,10 @@
 # Each shared library exports what its public headers declare and nothing else of namespace camclock.
 cmake_minimum_required(VERSION 3.22)
+include("${CMAKE_CURRENT_LIST_DIR}/PublicNames.cmake")
 
 # check(<library> <macro> <scope> <headers>...): <macro> marks the public names, all of which lie in <scope>.
 function(check library macro scope)
-  set(public_names)
-  list(FILTER ARGN EXCLUDE REGEX "/Export\\.h$")
-  foreach(header IN LISTS ARGN)
-    file(READ "${header}" text)
-    string(REGEX REPLACE "[ \n]+" " " text "${text}")
-    string(REGEX MATCHALL "(class|struct|static)? ?${macro} [^;{]*" declarations "${text}")
-    foreach(declaration IN LISTS declarations)
-      if(declaration MATCHES "^(class|struct) ${macro} ([A-Za-z0-9_]+)")
-        list(APPEND public_names "${CMAKE_MATCH_2}($|::)")
-      elseif(declaration MATCHES "^static ${macro} [^(]* ([A-Za-z0-9_]+)\\(")  # of a record
-        list(APPEND public_names "[A-Za-z]+::${CMAKE_MATCH_1}\\(")
-      elseif(declaration MATCHES "${macro} [^(]* ([A-Za-z0-9_]+)\\(")
-        list(APPEND public_names "${CMAKE_MATCH_1}\\(")
-      endif()
-    endforeach()
-  endforeach()
-  if(NOT public_names)
-    message(FATAL_ERROR "no header declares anything public of ${library}: ${ARGN}")
-  endif()
-
+  public_names(public_names ${macro} ${ARGN})
   execute_process(COMMAND "${NM}" --dynamic --demangle --defined-only "${PREFIX}/${LIBDIR}/lib${library}.so"
     OUTPUT_VARIABLE symbols COMMAND_ERROR_IS_FATAL ANY)
   string(REPLACE ";" "," symbols "${symbols}")

@@ -25,8 +25,10 @@ else()
   set(package "${SCRATCH_DIR}/unpacked/${name}")
 endif()
 
-foreach(file IN ITEMS bin/camclock.dll bin/liblog4cpp.dll include/camclock/TimeFilter.h include/log4cpp/Category.hh
-    lib/libcamclock.dll.a lib/cmake/camclock/camclockConfig.cmake share/doc/log4cpp/COPYING)
+foreach(file IN ITEMS bin/camclock.dll bin/camclock_receiver.dll bin/liblog4cpp.dll
+    include/camclock/TimeFilter.h include/camclock/Receiver.h include/log4cpp/Category.hh
+    lib/libcamclock.dll.a lib/libcamclock_receiver.dll.a lib/cmake/camclock/camclockConfig.cmake
+    share/doc/log4cpp/COPYING)
   if(NOT EXISTS "${package}/${file}")
     message(FATAL_ERROR "the package lacks ${file}")
   endif()
@@ -41,6 +43,7 @@ run("the consumer" ${RUN} "${SCRATCH_DIR}/consumer/consumer.exe")
 string(REPLACE "\r\n" "\n" output "${output}")
 string(FIND "${output}" ": Gate 3: TimeFilter::TimeFilter\n" message)
 string(FIND "${output}" "shift: 2500000 ticks\n" shift)
-if(message EQUAL -1 OR shift EQUAL -1)
+string(FIND "${output}" "format: JPEG 90000 Hz\n" format)
+if(message EQUAL -1 OR shift EQUAL -1 OR format EQUAL -1)
   message(FATAL_ERROR "the consumer printed:\n${output}")
 endif()

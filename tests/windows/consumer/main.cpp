@@ -1,6 +1,7 @@
 #include <camclock/TimeFilter.h>
 #include <camclock/TimeFilterInstance.h>
 #include <camclock/Utilities.h>
+#include <camclock/receiver/Format.h>
 
 #include <chrono>
 #include <iostream>
@@ -22,5 +23,7 @@ int main() {
     const camclock::TimePoint TOC_cam{std::chrono::seconds(1'000'000'000)};
     const camclock::Ticks shift = stream->GetTOC_Host(TOC_cam) - TOC_cam;
     std::cout << "shift: " << shift.count() << " ticks" << std::endl;
+    for (const auto& format : camclock::receiver::Format::FromSdp("m=video 0 RTP/AVP 26\n"))
+        std::cout << "format: " << format.encoding << " " << format.clockRate_Hz << " Hz" << std::endl;
     return shift == std::chrono::milliseconds(250) ? 0 : 1;
 }
