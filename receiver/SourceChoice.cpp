@@ -1,0 +1,84 @@
+#include "receiver/SourceChoice.h"
+
+#include "receiver/TimeArithmetic.h"
+
+#include <algorithm>
+#include <utility>
+
+namespace camclock::receiver {
+
+SourceChoice::Verdict SourceChoice::Take(const Arrived& arrived) {
+    const TimePoint now = arrived.piece.arrival_host;
+    if (!source_)
+        source_ = arrived.ssrc;
+    if (arrived.ssrc == *source_) {
+        last_host_ = now;
+        if (left_host_ && Elapsed(*left_host_, now) > kSilence)
+            left_host_.reset();  // it goes on all the same
+        return Verdict::kOurs;
+    }
+
+    Candidate& candidate = _CandidateFor(arrived);
+    _Count(candidate, arrived);
+    const bool proven = candidate.inSequence >= kInSequence && Elapsed(last_host_, now) >= kSilence;
+    if (!proven && !left_host_)
+        return Verdict::kForeign;
+    believed_ = std::move(candidate.kept);
+    Restart();
+    source_ = arrived.ssrc;
+    last_host_ = now;
+    return Verdict::kChanged;
+}
+
+std::vector<Arrived> SourceChoice::TakeKept() {
+    return std::exchange(believed_, {});
+}
+
+void SourceChoice::Bye(std::uint32_t ssrc, TimePoint arrival_host) {
+    if (source_ == ssrc)
+        left_host_ = arrival_host;
+}
+
+void SourceChoice::Restart() {
+    source_.reset();
+    left_host_.reset();
+    for (Candidate& candidate : candidates_)
+        candidate = Candidate{};
+}
+
+/// Its own place, else that of the least promising.
+SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
+    const auto own = std::find_if(candidates_.begin(), candidates_.end(), [&](const Candidate& candidate) {
+        return candidate.inSequence > 0 && candidate.ssrc == arrived.ssrc;
+    });
+    if (own != candidates_.end())
+        return *own;
+    const auto least =
+        std::min_element(candidates_.begin(), candidates_.end(), [](const Candidate& a, const Candidate& b) {
+            return a.inSequence != b.inSequence ? a.inSequence < b.inSequence : a.last_host < b.last_host;
+        });
+    least->ssrc = arrived.ssrc;
+    least->inSequence = 0;
+    least->kept.clear();
+    return *least;
+}
+
+void SourceChoice::_Count(Candidate& candidate, const Arrived& arrived) {
+    const TimePoint now = arrived.piece.arrival_host;
+    const bool follows = candidate.inSequence > 0 && arrived.piece.seq == candidate.next;
+    const bool paused = candidate.inSequence > 0 && Elapsed(candidate.last_host, now) > kPause;
+    if (paused)
+        candidate.kept.clear();
+    // Once it has been in sequence, a lost packet does not take that away (RFC 3550, A.1).
+    if (paused || (!follows && candidate.inSequence < kInSequence))
+        candidate.inSequence = 1;
+    else if (follows && candidate.inSequence < kInSequence)
+        ++candidate.inSequence;
+    candidate.next = arrived.Next();
+    candidate.last_host = now;
+    if (candidate.kept.size() == kKept)
+        candidate.kept.erase(candidate.kept.begin(), candidate.kept.begin() + kKept / 2);
+    candidate.kept.push_back(arrived);
+}
+
+}  // namespace camclock::receiver

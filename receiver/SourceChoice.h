@@ -1,0 +1,82 @@
+#pragma once
+
+#include "receiver/FrameAssembler.h"
+
+#include <camclock/TimePoint.h>
+
+#include <array>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace camclock::receiver {
+
+/// Something of a source that arrived: a piece, or a frame that somebody else has put together.
+struct Arrived {
+    std::uint32_t ssrc = 0;
+    Piece piece;  ///< of a frame: stamp, sequence number and arrival of its first packet
+    std::optional<Assembled> frame;
+
+    /// The sequence number that follows it.
+    std::uint16_t Next() const {
+        return static_cast<std::uint16_t>(piece.seq + (frame ? frame->packets : 1));
+    }
+};
+
+/// Whose packets are the stream's? The first source that is seen; another one (RFC 3550, A.1) after its third
+/// packet in sequence, once the old one has been silent for a second, or at once after the old one's BYE.
+/// Until then it is foreign; what has come of it meanwhile is kept and handed over when it is believed.
+///
+/// One thread at a time. It allocates only for foreign packets, and no more than `kCandidates` times `kKept`
+/// of them.
+class SourceChoice {
+public:
+    enum class Verdict {
+        kOurs,
+        kForeign,
+        kChanged,  ///< its source is believed from now on: `TakeKept` gives what came of it, this one last
+    };
+
+    Verdict Take(const Arrived& arrived);
+
+    /// Those that came before their source was believed, in order, the newest included.
+    std::vector<Arrived> TakeKept();
+
+    void Bye(std::uint32_t ssrc, TimePoint arrival_host);
+
+    /// The next packet is believed at once, whatever its source.
+    void Restart();
+
+    /// None before the first packet, and after `Restart`.
+    std::optional<std::uint32_t> Source() const { return source_; }
+
+private:
+    static constexpr int kInSequence = 3;
+    static constexpr std::chrono::seconds kSilence{1};
+    static constexpr std::size_t kCandidates = 4;
+    /// More than a second of 20 Mbit/s.
+    static constexpr std::size_t kKept = 2'048;
+    /// A candidate that pauses for longer starts anew: a stray packet now and then is no source.
+    static constexpr std::chrono::seconds kPause{2};
+
+    struct Candidate {
+        std::uint32_t ssrc = 0;
+        int inSequence = 0;  // 0: the place is free
+        std::uint16_t next = 0;
+        TimePoint last_host{};
+        std::vector<Arrived> kept;
+    };
+
+    Candidate& _CandidateFor(const Arrived& arrived);
+    static void _Count(Candidate& candidate, const Arrived& arrived);
+
+    std::optional<std::uint32_t> source_;
+    TimePoint last_host_{};               // arrival of the source's last packet
+    std::optional<TimePoint> left_host_;  // it has said BYE
+    std::array<Candidate, kCandidates> candidates_;
+    std::vector<Arrived> believed_;
+};
+
+}  // namespace camclock::receiver
