@@ -100,9 +100,9 @@ private:
 /// One camera: its streams share the clock difference, the origin of the presentation time stamps and the
 /// settings.
 ///
-/// Owned by the application. Every operation from any thread. The destructor ends probing and the threads of
-/// the library's logs, which may take as long as one exchange with the camera (1.5 s) where `D` is measured,
-/// else some 10 ms.
+/// Owned by the application. Every operation from any thread. Streams that outlive the camera go on, without
+/// events. With the last of camera and streams the threads of their logs end, which takes some 10 ms, and as
+/// long as one exchange with the camera (1.5 s) where `D` is measured.
 class CAMCLOCK_RECEIVER_API Camera {
 public:
     /// `onEvent` is called from `Poll` and from the feeding threads, one call at a time; it must neither wait
@@ -124,10 +124,12 @@ public:
     /// Supervision, probing and the deadlines of reordering: call it some times a second.
     void Poll();
 
+    /// The same at a time of the caller's: where arrivals are not of `Now`, as those of a capture file.
+    void Poll(TimePoint now);
+
 private:
-    friend class Stream;
     struct State;
-    std::shared_ptr<State> state_;
+    std::unique_ptr<State> state_;
 };
 
 /// Shows every message of the two libraries to `onMessage`, which replaces an earlier one; none ends it. No
