@@ -19,11 +19,11 @@ Sample MakeSample(std::int64_t made_ms, std::int64_t error_ms) {
     Sample sample;
     sample.truth.madeAt_host = TimePoint(milliseconds(made_ms));
     sample.truth.madeAt_cam = sample.truth.madeAt_host + std::chrono::hours(1);
-    sample.row.rtcpSync = true;
-    sample.row.frame.TOR_host = sample.truth.madeAt_host + milliseconds(60);
-    sample.row.TOC_cam = sample.truth.madeAt_cam;
-    sample.row.TOC_host = sample.truth.madeAt_host + milliseconds(error_ms);
-    sample.row.D = milliseconds(-3'600'001);
+    sample.row.frame.arrived_host = sample.truth.madeAt_host + milliseconds(60);
+    sample.row.frame.captured_cam = sample.truth.madeAt_cam;
+    sample.row.frame.captured_host = sample.truth.madeAt_host + milliseconds(error_ms);
+    sample.row.frame.trust = receiver::Trust::kGood;
+    sample.row.frame.D = milliseconds(-3'600'001);
     return sample;
 }
 
@@ -70,7 +70,7 @@ TEST(DemoComparison, AGivenMeanLatencyIsNotMeasured) {
 TEST(DemoComparison, FramesBeforeTheFirstReportAreCountedOnly) {
     DemoComparison comparison("UDP", milliseconds(25));
     Sample sample = MakeSample(0, 0);
-    sample.row.rtcpSync = false;
+    sample.row.frame.captured_cam = sample.row.frame.arrived_host;
     for (int i = 0; i < 200; ++i)
         comparison.Add(sample.row, sample.truth);
     comparison.AddUnknown();

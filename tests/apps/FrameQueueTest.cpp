@@ -11,7 +11,7 @@ using std::chrono::milliseconds;
 
 FrameRow Row(std::uint32_t RTP_ts) {
     FrameRow row;
-    row.frame.RTP_ts = RTP_ts;
+    row.frame.rtp_ts = RTP_ts;
     return row;
 }
 
@@ -21,8 +21,8 @@ TEST(FrameQueue, GivesAllRowsInOrder) {
     queue.Push(Row(2));
     const auto rows = queue.Take(milliseconds(0));
     ASSERT_EQ(rows.size(), 2U);
-    EXPECT_EQ(rows[0].frame.RTP_ts, 1U);
-    EXPECT_EQ(rows[1].frame.RTP_ts, 2U);
+    EXPECT_EQ(rows[0].frame.rtp_ts, 1U);
+    EXPECT_EQ(rows[1].frame.rtp_ts, 2U);
     EXPECT_TRUE(queue.Take(milliseconds(0)).empty());
     EXPECT_EQ(queue.Dropped(), 0U);
 }
@@ -33,7 +33,7 @@ TEST(FrameQueue, DropsTheOldestAndCountsThem) {
         queue.Push(Row(i));
     const auto rows = queue.Take(milliseconds(0));
     ASSERT_EQ(rows.size(), 2U);
-    EXPECT_EQ(rows[0].frame.RTP_ts, 4U);
+    EXPECT_EQ(rows[0].frame.rtp_ts, 4U);
     EXPECT_EQ(queue.Dropped(), 3U);
 }
 
@@ -43,7 +43,7 @@ TEST(FrameQueue, WakesAWaitingConsumer) {
     const auto rows = queue.Take(std::chrono::seconds(60));
     producer.join();
     ASSERT_EQ(rows.size(), 1U);
-    EXPECT_EQ(rows[0].frame.RTP_ts, 7U);
+    EXPECT_EQ(rows[0].frame.rtp_ts, 7U);
 }
 
 }  // namespace

@@ -1,6 +1,7 @@
 #include "apps/camclock/commands/Commands.h"
 #include "apps/camclock/views/HeaderReport.h"
 #include "apps/camclock/views/HexText.h"
+#include "apps/camclock/views/Output.h"
 
 #include "support/Base64.h"
 #include "support/H264Headers.h"
@@ -58,6 +59,7 @@ Outcome Inspect(std::vector<std::string> arguments) {
         ::testing::internal::GetCapturedStdout();
         return {static_cast<int>(ExitCode::kUsage), error.what()};
     }
+    Output::Standard().Finish();
     return {static_cast<int>(exitCode), ::testing::internal::GetCapturedStdout()};
 }
 
@@ -94,21 +96,21 @@ TEST(Inspect, SpropAsJson) {
 
 TEST(Inspect, WhatIsMissingOrCutShortIsNotValid) {
     Outcome outcome = Inspect({"--sprop", EncodeBase64(FullHdSps().Bytes())});
-    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.exitCode, 16);
     EXPECT_TRUE(Has(outcome.out, "H.264 picture parameter set (--sprop): NOT VALID: not in the data\n"))
         << outcome.out;
 
     outcome = Inspect({"--sps", "6764"});
-    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.exitCode, 16);
     EXPECT_TRUE(Has(outcome.out, "(--sps): NOT VALID: the data end before the header does\n")) << outcome.out;
     EXPECT_FALSE(Has(outcome.out, "=>"));
 
     outcome = Inspect({"--sprop", ""});
-    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.exitCode, 16);
     outcome = Inspect({"--pps", ""});
-    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.exitCode, 16);
     outcome = Inspect({"--mp4v-config", "000001B0F5"});
-    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.exitCode, 16);
     EXPECT_TRUE(Has(outcome.out, "MPEG-4 video object layer (--mp4v-config): NOT VALID: not in the data\n"))
         << outcome.out;
 }

@@ -1,7 +1,7 @@
 #include "apps/camclock/views/ProbeWriter.h"
 
-#include "apps/camclock/views/ConsoleView.h"
 #include "apps/camclock/views/StreamStatistics.h"
+#include "apps/camclock/views/StreamTable.h"
 
 #include <gtest/gtest.h>
 
@@ -58,19 +58,19 @@ StreamStatistics Frames(milliseconds latency, milliseconds D) {
     StreamStatistics statistics;
     for (int n = 0; n < 60; ++n) {
         FrameRow row;
-        row.rtcpSync = true;
-        row.TOC_cam = kStart + milliseconds(40) * n;
-        row.frame.TOR_host = row.TOC_cam + latency;
-        row.TOC_host = row.TOC_cam + D;
-        row.D = D;
-        row.D_uncert = std::chrono::microseconds(1'500);
+        row.frame.captured_cam = kStart + milliseconds(40) * n;
+        row.frame.arrived_host = row.frame.captured_cam + latency;
+        row.frame.captured_host = row.frame.captured_cam + D;
         statistics.Add(row);
     }
     return statistics;
 }
 
-std::vector<std::string> Summary(const StreamStatistics& statistics, bool icmp) {
-    CameraLine camera;
+std::vector<std::string> Summary(const StreamStatistics& statistics, milliseconds D, bool icmp) {
+    StreamLine camera;
+    camera.counts.D = D;
+    if (D.count() != 0)
+        camera.counts.D_uncert = std::chrono::microseconds(1'500);
     camera.statistics = &statistics;
     camera.icmp = icmp;
     camera.meanLatency = milliseconds(30);
@@ -79,14 +79,15 @@ std::vector<std::string> Summary(const StreamStatistics& statistics, bool icmp) 
 
 TEST(IcmpSummary, TellsTheDifferenceOfTheTwoModes) {
     const StreamStatistics statistics = Frames(milliseconds(1'040), milliseconds(1'004));
-    EXPECT_EQ(Summary(statistics, true),
+    EXPECT_EQ(Summary(statistics, milliseconds(1'004), true),
               (std::vector<std::string>{"1  ICMP: D 1004 ms ±1.5, D - D_hat -6 ms"}));
-    EXPECT_TRUE(Summary(statistics, false).empty());
+    EXPECT_TRUE(Summary(statistics, milliseconds(1'004), false).empty());
 }
 
 TEST(IcmpSummary, WarnsBeyondASecond) {
-    EXPECT_EQ(Summary(Frames(milliseconds(30), milliseconds(1'000)), true).size(), 1U);
-    const std::vector<std::string> lines = Summary(Frames(milliseconds(30), milliseconds(-1'001)), true);
+    EXPECT_EQ(Summary(Frames(milliseconds(30), milliseconds(1'000)), milliseconds(1'000), true).size(), 1U);
+    const std::vector<std::string> lines =
+        Summary(Frames(milliseconds(30), milliseconds(-1'001)), milliseconds(-1'001), true);
     ASSERT_EQ(lines.size(), 2U);
     EXPECT_EQ(lines[0], "1  ICMP: D -1001 ms ±1.5, D - D_hat -1001 ms");
     EXPECT_EQ(lines[1], "1  WARNING: the camera's sender reports come from another clock than its ICMP time "
@@ -94,7 +95,7 @@ TEST(IcmpSummary, WarnsBeyondASecond) {
 }
 
 TEST(IcmpSummary, SaysSoWithoutAnEstimate) {
-    EXPECT_EQ(Summary(StreamStatistics(), true),
+    EXPECT_EQ(Summary(StreamStatistics(), milliseconds(0), true),
               (std::vector<std::string>{"1  ICMP: D 0 ms ±0.0, no estimate to compare it with"}));
 }
 

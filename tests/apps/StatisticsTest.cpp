@@ -48,13 +48,14 @@ TEST(RecentValues, KeepsTheNewestInOrder) {
     EXPECT_EQ(values.Size(), 3U);
 }
 
-FrameRow RowAt(std::int64_t TOR_ms, std::int64_t latency_ms, bool synced,
-               MediaPacket::TimeEstimateTrustIndex trust) {
+FrameRow RowAt(std::int64_t TOR_ms, std::int64_t latency_ms, bool synced, receiver::Trust trust) {
     FrameRow row;
-    row.frame.TOR_host = TimePoint(std::chrono::milliseconds(TOR_ms));
-    row.TOC_host = TimePoint(std::chrono::milliseconds(TOR_ms - latency_ms));
-    row.rtcpSync = synced;
-    row.trust = trust;
+    row.frame.arrived_host = TimePoint(std::chrono::milliseconds(TOR_ms));
+    row.frame.captured_host = TimePoint(std::chrono::milliseconds(TOR_ms - latency_ms));
+    row.frame.captured_cam = row.frame.arrived_host + std::chrono::hours(synced ? 1 : 0);
+    row.frame.rtp_ts = static_cast<std::uint32_t>(TOR_ms * 90);
+    row.frame.bytes = 1'000;
+    row.frame.trust = trust;
     return row;
 }
 
@@ -70,25 +71,41 @@ TEST(StreamStatistics, HasNothingToTellBeforeTheFirstFrame) {
 TEST(StreamStatistics, CountsFramesAndTheirRate) {
     StreamStatistics statistics;
     for (int i = 0; i < 26; ++i)
-        statistics.Add(RowAt(1'000 + 40 * i, 0, false, MediaPacket::kTrustGood));
+        statistics.Add(RowAt(1'000 + 40 * i, 0, false, receiver::Trust::kGood));
     EXPECT_EQ(statistics.Frames(), 26U);
     EXPECT_DOUBLE_EQ(statistics.Seconds(), 1.0);
     EXPECT_DOUBLE_EQ(statistics.FrameRate(1'000), 25.0);
     EXPECT_DOUBLE_EQ(statistics.FrameRate(6), 25.0);
+    EXPECT_DOUBLE_EQ(statistics.BitRate_kbit(6), 200.0);
+    EXPECT_DOUBLE_EQ(statistics.Jitter_ms(), 0.0);
 }
 
 TEST(StreamStatistics, TrustAndLatencyAreThoseOfSyncedFrames) {
     StreamStatistics statistics;
-    statistics.Add(RowAt(0, 900, false, MediaPacket::kTrustBad));
+    statistics.Add(RowAt(0, 900, false, receiver::Trust::kReplaced));
     EXPECT_FALSE(statistics.GoodShare());
-    statistics.Add(RowAt(40, 10, true, MediaPacket::kTrustGood));
-    statistics.Add(RowAt(80, 20, true, MediaPacket::kTrustGood));
-    statistics.Add(RowAt(120, 30, true, MediaPacket::kTrustGood));
-    statistics.Add(RowAt(160, 0, true, MediaPacket::kTrustBad));
+    statistics.Add(RowAt(40, 10, true, receiver::Trust::kGood));
+    statistics.Add(RowAt(80, 20, true, receiver::Trust::kGood));
+    statistics.Add(RowAt(120, 30, true, receiver::Trust::kGood));
+    statistics.Add(RowAt(160, 0, true, receiver::Trust::kReplaced));
     EXPECT_DOUBLE_EQ(*statistics.GoodShare(), 0.75);
     EXPECT_DOUBLE_EQ(*statistics.Latency_ms(0.5, 10), 10.0);
     EXPECT_DOUBLE_EQ(*statistics.Latency_ms(1.0, 10), 30.0);
     EXPECT_DOUBLE_EQ(*statistics.Latency_ms(1.0, 1), 0.0);
+}
+
+TEST(StreamStatistics, JitterIsASixteenthOfEachDeviationAndSkipsTheEndOfAnEpoch) {
+    StreamStatistics statistics;
+    statistics.Add(RowAt(0, 0, false, receiver::Trust::kArrivalOnly));
+    FrameRow late = RowAt(56, 0, false, receiver::Trust::kArrivalOnly);
+    late.frame.rtp_ts = 40 * 90;
+    statistics.Add(late);
+    EXPECT_DOUBLE_EQ(statistics.Jitter_ms(), 1.0);
+    FrameRow another = RowAt(5'000, 0, false, receiver::Trust::kArrivalOnly);
+    another.frame.epoch = 2;
+    another.frame.rtp_ts = 7;
+    statistics.Add(another);
+    EXPECT_DOUBLE_EQ(statistics.Jitter_ms(), 1.0);
 }
 
 }  // namespace

@@ -21,8 +21,9 @@ constexpr std::uint64_t kNtpSecondsAtStart = 1'795'228'811ULL + 2'208'988'800ULL
 class StreamSessionTest : public testing::Test {
 protected:
     explicit StreamSessionTest(const TimingSettings& settings = {})
-        : session_(camera_, "cam ", StreamFormat{}, settings,
-                   [this](const FrameRow& row) { rows_.push_back(row); }) {}
+        : session_(camera_, "cam ", H264(), settings, [this](const receiver::Frame& frame) {
+            rows_.push_back({1, 90'000, frame});
+        }) {}
 
     static receiver::SenderReport ReportAtStart(std::uint32_t SSRC = 7) {
         return {SSRC, (kNtpSecondsAtStart + 3'600) << 32, 0};
@@ -38,6 +39,12 @@ protected:
         session_.OnPacket(packet);
     }
 
+    static receiver::Format H264() {
+        receiver::Format format;
+        format.codec = receiver::Codec::kH264;
+        return format;
+    }
+
     std::vector<FrameRow> rows_;
     std::uint16_t seqnum_ = 0;
     TimeFilter camera_;
@@ -47,9 +54,9 @@ protected:
 TEST_F(StreamSessionTest, WithoutReportTheTimeOfReceptionStandsIn) {
     AddFrame(0, milliseconds(25));
     ASSERT_EQ(rows_.size(), 1U);
-    EXPECT_FALSE(rows_[0].rtcpSync);
-    EXPECT_EQ(rows_[0].TOC_cam, kStart + milliseconds(25));
-    EXPECT_EQ(rows_[0].reports, 0U);
+    EXPECT_FALSE(rows_[0].Synced());
+    EXPECT_EQ(rows_[0].frame.captured_cam, kStart + milliseconds(25));
+    EXPECT_EQ(session_.Snapshot().reports, 0U);
 }
 
 TEST_F(StreamSessionTest, ReportsGiveTheCamerasTimeAndFramesTheDifference) {
@@ -58,14 +65,14 @@ TEST_F(StreamSessionTest, ReportsGiveTheCamerasTimeAndFramesTheDifference) {
         AddFrame(n, milliseconds(30));
     ASSERT_EQ(rows_.size(), 10U);
     const FrameRow& last = rows_.back();
-    EXPECT_TRUE(last.rtcpSync);
-    EXPECT_EQ(last.TOC_cam, kStart + std::chrono::hours(1) + milliseconds(360));
-    EXPECT_EQ(last.D, milliseconds(-3'600'000));
-    EXPECT_EQ(last.TOC_host, kStart + milliseconds(360));
-    EXPECT_EQ(last.trust, MediaPacket::kTrustGood);
-    EXPECT_EQ(last.reports, 1U);
-    EXPECT_EQ(last.lastReport_host, kStart);
-    EXPECT_EQ(last.stablePts, 9 * 3'600);
+    EXPECT_TRUE(last.Synced());
+    EXPECT_EQ(last.frame.captured_cam, kStart + std::chrono::hours(1) + milliseconds(360));
+    EXPECT_EQ(last.frame.D, milliseconds(-3'600'000));
+    EXPECT_EQ(last.frame.captured_host, kStart + milliseconds(360));
+    EXPECT_EQ(last.frame.trust, receiver::Trust::kGood);
+    EXPECT_EQ(session_.Snapshot().reports, 1U);
+    EXPECT_EQ(session_.Snapshot().lastReport_host, kStart);
+    EXPECT_EQ(last.frame.pts, 9 * 3'600);
 }
 
 TEST_F(StreamSessionTest, TheMeanLatencyMayChangeWhileFramesCome) {
@@ -73,26 +80,26 @@ TEST_F(StreamSessionTest, TheMeanLatencyMayChangeWhileFramesCome) {
     AddFrame(0, milliseconds(60));
     session_.SetMeanLatency(milliseconds(60));
     AddFrame(1, milliseconds(60));
-    EXPECT_EQ(rows_.back().D, milliseconds(-3'600'000));
+    EXPECT_EQ(rows_.back().frame.D, milliseconds(-3'600'000));
 }
 
 TEST_F(StreamSessionTest, ReportsOfAnotherSourceAreIgnored) {
     AddFrame(0, milliseconds(30));
     session_.OnSenderReport(ReportAtStart(8), kStart);
     AddFrame(1, milliseconds(30));
-    EXPECT_FALSE(rows_.back().rtcpSync);
+    EXPECT_FALSE(rows_.back().Synced());
 }
 
 TEST_F(StreamSessionTest, AnotherSourceStartsWithoutTheReportsOfTheLast) {
     session_.OnSenderReport(ReportAtStart(), kStart);
     AddFrame(0, milliseconds(30));
-    EXPECT_TRUE(rows_.back().rtcpSync);
+    EXPECT_TRUE(rows_.back().Synced());
     AddFrame(1, milliseconds(30), 8);
     ASSERT_EQ(rows_.size(), 2U);
-    EXPECT_FALSE(rows_.back().rtcpSync);
+    EXPECT_FALSE(rows_.back().Synced());
     session_.OnSenderReport(ReportAtStart(8), kStart);
     AddFrame(2, milliseconds(30), 8);
-    EXPECT_TRUE(rows_.back().rtcpSync);
+    EXPECT_TRUE(rows_.back().Synced());
 }
 
 TEST_F(StreamSessionTest, ACompleteFrameIsOneCallHoweverManyPackets) {
@@ -107,7 +114,7 @@ TEST_F(StreamSessionTest, ACompleteFrameIsOneCallHoweverManyPackets) {
     }
     ASSERT_EQ(rows_.size(), 1U);
     EXPECT_EQ(rows_[0].frame.packets, 500U);
-    EXPECT_EQ(rows_[0].frame.TOR_host, kStart + milliseconds(30));
+    EXPECT_EQ(rows_[0].frame.arrived_host, kStart + milliseconds(30));
 }
 
 TEST_F(StreamSessionTest, SilenceIsNoticedByTheHostsClock) {
@@ -135,8 +142,8 @@ protected:
 TEST_F(UnfilteredSession, ReportsTheCamerasOwnTime) {
     session_.OnSenderReport(ReportAtStart(), kStart);
     AddFrame(0, milliseconds(30));
-    EXPECT_EQ(rows_.back().TOC_host, kStart + std::chrono::hours(1));
-    EXPECT_EQ(rows_.back().trust, MediaPacket::kTrustBad);
+    EXPECT_EQ(rows_.back().frame.captured_host, kStart + std::chrono::hours(1));
+    EXPECT_EQ(rows_.back().frame.trust, receiver::Trust::kReplaced);
 }
 
 // RTP, RTCP and supervision come on threads of their own; the thread sanitizer watches this one.
@@ -155,7 +162,7 @@ TEST_F(StreamSessionTest, PacketsReportsAndSupervisionMayComeOnDifferentThreads)
     rtcp.join();
     EXPECT_EQ(rows_.size(), 2'000U);
     AddFrame(2'000, milliseconds(30));
-    EXPECT_TRUE(rows_.back().rtcpSync);
+    EXPECT_TRUE(rows_.back().Synced());
 }
 
 }  // namespace

@@ -38,6 +38,7 @@ public:
     }
     void AcceptAndClose() const { close(accept(socket_, nullptr, nullptr)); }
 
+    int Number() const { return port_; }
     std::string Url() const { return "rtsp://127.0.0.1:" + std::to_string(port_) + "/video"; }
 
 private:
@@ -60,7 +61,11 @@ TEST(WatchFails, OnACommandLineThatCannotBeUnderstood) {
     EXPECT_EQ(RunProgram("watch").exitCode, 2);
     EXPECT_EQ(RunProgram("watch --format xml rtsp://camera/video").exitCode, 2);
     EXPECT_EQ(RunProgram("watch --duration -1 rtsp://camera/video").exitCode, 2);
-    EXPECT_EQ(RunProgram("wach rtsp://camera/video").exitCode, 2);
+    ExpectFailure(RunProgram("wach rtsp://camera/video"), 2,
+                  "camclock: unknown command or option wach; --help tells what there is");
+    ExpectFailure(
+        RunProgram("watch --format xml rtsp://camera/video"), 2,
+        "camclock: --format: unknown value xml; it takes table, csv or json; --help tells what there is");
     EXPECT_EQ(RunProgram("").exitCode, 2);
 }
 
@@ -69,9 +74,9 @@ TEST(WatchFails, WhenNobodyListens) {
     port.Close();
     const Outcome outcome = RunProgram("watch " + port.Url());
     ExpectFailure(outcome, 4,
-                  "camclock: " + port.Url() +
-                      ": no connection: refused, no way to the camera, or its name is "
-                      "unknown; check the host and the port of the URL");
+                  "camclock: " + port.Url() + ": no connection: 127.0.0.1 refuses it at port " +
+                      std::to_string(port.Number()) +
+                      "; check the port of the URL, and whether RTSP is switched on in the camera");
 }
 
 TEST(WatchFails, WhenTheHostClosesTheConnectionUnasked) {
@@ -96,10 +101,11 @@ TEST(WatchFails, WhenTheCameraNeverAnswers) {
 TEST(WatchFails, OnAPathThatTheCameraDoesNotKnow) {
     const TestCamera camera(With(TestCamera::Stream::kH264));
     const Outcome outcome = RunProgram("watch " + camera.Url() + "/nowhere");
-    ExpectFailure(outcome, 6,
-                  "camclock: " + camera.Url() +
-                      "/nowhere: not found: the camera has no stream at this path; "
-                      "ask the camera's manual for the path of its video");
+    ExpectFailure(
+        outcome, 6,
+        "camclock: " + camera.Url() +
+            "/nowhere: not found: the camera has no stream at this path (RTSP status 404 Not Found); "
+            "ask the camera's manual for the path of its video");
 }
 
 TEST(WatchFails, WithoutTheRightPassword) {
@@ -109,9 +115,10 @@ TEST(WatchFails, WithoutTheRightPassword) {
     settings.password = "open:sesame/42";
     const TestCamera camera(settings);
     const std::string address = camera.Url().substr(std::string("rtsp://").size());
-    const std::string line = "camclock: " + camera.Url() +
-                             ": unauthorised: the camera refuses these credentials; "
-                             "give them with --user NAME and the password in CAMCLOCK_PASSWORD";
+    const std::string line =
+        "camclock: " + camera.Url() +
+        ": unauthorised: the camera refuses these credentials (RTSP status 401 Unauthorized); "
+        "give them with --user NAME and the password in CAMCLOCK_PASSWORD";
     ExpectFailure(RunProgram("watch " + camera.Url()), 5, line);
     ExpectFailure(RunProgram("watch rtsp://viewer:barley@" + address), 5, line);
     ExpectFailure(RunProgram("watch --user viewer " + camera.Url(), "CAMCLOCK_PASSWORD=barley"), 5, line);
@@ -137,15 +144,6 @@ TEST(WatchFails, WithoutVideo) {
                   "camclock: " + camera.Url() +
                       ": no video: the camera describes no video stream at this path; "
                       "ask the camera's manual for the path of its video");
-}
-
-TEST(WatchFails, OnAnUnsupportedCodec) {
-    CAMCLOCK_REQUIRE_STREAM(TestCamera::Stream::kMotionJpeg);
-    const TestCamera camera(With(TestCamera::Stream::kMotionJpeg));
-    ExpectFailure(RunProgram("watch " + camera.Url()), 8,
-                  "camclock: " + camera.Url() +
-                      ": unsupported codec: the video is JPEG, not H.264 or MPEG-4 Visual; "
-                      "set the camera's stream to H.264");
 }
 
 class StreamLost : public testing::TestWithParam<const char*> {};

@@ -1,6 +1,7 @@
 #include "RunProgram.h"
 
-#include "apps/camclock/views/FrameWriter.h"
+#include "apps/camclock/views/FrameColumns.h"
+#include "apps/camclock/views/FrameText.h"
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
@@ -73,7 +74,7 @@ TEST(Watch, CsvLinesTellTheTimesOfCapture) {
     std::size_t synced = 0;
     for (std::size_t i = 1; i < lines.size(); ++i) {
         const std::vector<std::string> fields = Fields(lines[i]);
-        ASSERT_EQ(fields.size(), 12U) << lines[i];
+        ASSERT_EQ(fields.size(), FrameColumns().size()) << lines[i];
         types.insert(fields[6]);
         if (fields[10] == "0")
             continue;
@@ -109,6 +110,15 @@ TEST(Watch, MpegFourVisualGivesJsonLinesWithFrameTypes) {
     }
     EXPECT_EQ(types, (std::set<std::string>{"I", "P"}));
     EXPECT_NE(outcome.err.find("MPEG-4 Visual"), std::string::npos) << outcome.err;
+}
+
+TEST(Watch, TimesCodecsWhoseFrameTypesItDoesNotKnow) {
+    CAMCLOCK_REQUIRE_STREAM(TestCamera::Stream::kMotionJpeg);
+    const TestCamera camera(With(TestCamera::Stream::kMotionJpeg));
+    const Outcome outcome = RunProgram("watch --transport tcp --format json --duration 4 " + camera.Url());
+    ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
+    EXPECT_GT(outcome.OutLines().size(), 5U) << outcome.err;
+    EXPECT_NE(outcome.err.find("JPEG"), std::string::npos) << outcome.err;
 }
 
 TEST(Watch, SeveralCamerasAtOnceAndTheSummary) {

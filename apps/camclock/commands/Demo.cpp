@@ -4,6 +4,7 @@
 #include "apps/camclock/sources/RtspReceiver.h"
 #include "apps/camclock/sources/TestCamera.h"
 #include "apps/camclock/views/DemoReport.h"
+#include "apps/camclock/views/Output.h"
 #include "apps/camclock/views/Terminal.h"
 #include "receiver/HostClock.h"
 
@@ -11,7 +12,6 @@
 #include <fmt/format.h>
 
 #include <cstdint>
-#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,9 +37,9 @@ WatchPlan PlanOf(const DemoOptions& options, const std::string& url) {
     WatchPlan plan;
     const StreamUrl target = *StreamUrl::Parse(url);
     if (options.transport != DemoTransport::kTcp)
-        plan.targets.push_back({target, Transport::kUdp});
+        plan.targets.push_back({"udp", target, Transport::kUdp});
     if (options.transport != DemoTransport::kUdp)
-        plan.targets.push_back({target, Transport::kTcp});
+        plan.targets.push_back({"tcp", target, Transport::kTcp});
     if (options.meanLatency_ms)
         plan.timing.meanLatency = std::chrono::milliseconds(*options.meanLatency_ms);
     plan.duration = std::chrono::milliseconds(static_cast<std::int64_t>(options.duration_s * 1000.0));
@@ -64,7 +64,7 @@ ExitCode Compare(const DemoOptions& options) {
 
     WatchRun run(std::move(plan), [&](const FrameRow& row, CameraWatch& watch) {
         DemoComparison& comparison = comparisons[static_cast<std::size_t>(row.stream - 1)];
-        const std::optional<TestCamera::Truth> truth = camera.TruthOf(row.frame.RTP_ts);
+        const std::optional<TestCamera::Truth> truth = camera.TruthOf(row.frame.rtp_ts);
         if (!truth)
             comparison.AddUnknown();
         else if (const auto measured = comparison.Add(row, *truth))
@@ -79,11 +79,10 @@ ExitCode Compare(const DemoOptions& options) {
         enough = enough && results.back().compared > 0;
     }
     if (options.format == DemoFormat::kJson) {
-        fmt::print("{}\n", DemoJson(results));
+        Output::Standard().Lines(DemoJson(results));
     } else {
-        fmt::print("\n");
         for (const std::string& line : DemoTable(results))
-            fmt::print("{}\n", line);
+            Output::Standard().Line(line);
     }
     if (watched != ExitCode::kSuccess)
         return watched;
@@ -101,9 +100,10 @@ ExitCode RunDemo(const DemoOptions& options) {
     receiver::HostClock::Anchor();
     Terminal::CatchInterrupts();
     if (options.format == DemoFormat::kTable)
-        fmt::print("A camera on this machine whose clock is wrong by {} ms and drifts by {} ppm,\n"
-                   "watched for {} s. At the end: what was found, against the truth.\n\n",
-                   options.offset_ms, options.drift_ppm, options.duration_s);
+        Output::Standard().Lines(
+            fmt::format("A camera on this machine whose clock is wrong by {} ms and drifts by {} ppm,\n"
+                        "watched for {} s. At the end: what was found, against the truth.\n\n",
+                        options.offset_ms, options.drift_ppm, options.duration_s));
     return Compare(options);
 }
 
@@ -122,24 +122,19 @@ void AddDemo(CLI::App& program, ExitCode& exitCode) {
     command->add_option("--duration", options->duration_s, "How long to watch [20]")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86'400.0).description(""));
-    command->add_option("--transport", options->transport, "udp, tcp, or both at the same time (default)")
-        ->transform(
-            CLI::CheckedTransformer(std::map<std::string, DemoTransport>{{"udp", DemoTransport::kUdp},
-                                                                         {"tcp", DemoTransport::kTcp},
-                                                                         {"both", DemoTransport::kBoth}},
-                                    CLI::ignore_case)
-                .description(""))
+    AddChoice<DemoTransport>(
+        *command, "--transport", options->transport,
+        {{"udp", DemoTransport::kUdp}, {"tcp", DemoTransport::kTcp}, {"both", DemoTransport::kBoth}},
+        "udp, tcp, or both at the same time (default)")
         ->type_name("KIND");
     command
         ->add_option("--mean-latency", options->meanLatency_ms,
                      "Latency to expect [measured against the truth in the first two seconds]")
         ->type_name("MS")
         ->check(CLI::Range(-100'000, 100'000).description(""));
-    command->add_option("--format", options->format, "table (default) or json")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, DemoFormat>{{"table", DemoFormat::kTable},
-                                                                              {"json", DemoFormat::kJson}},
-                                            CLI::ignore_case)
-                        .description(""))
+    AddChoice<DemoFormat>(*command, "--format", options->format,
+                          {{"table", DemoFormat::kTable}, {"json", DemoFormat::kJson}},
+                          "table (default) or json")
         ->type_name("FORMAT");
     AddLogOptions(*command, options->log);
     command->callback([options, &exitCode] { exitCode = RunDemo(*options); });

@@ -2,6 +2,7 @@
 #include "apps/camclock/commands/WatchOptions.h"
 #include "apps/camclock/views/HeaderReport.h"
 #include "apps/camclock/views/HexText.h"
+#include "apps/camclock/views/Output.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -51,10 +52,10 @@ ExitCode RunInspect(const InspectOptions& options) {
     }
 
     if (options.json) {
-        fmt::print("{}\n", HeaderJson(reports));
+        Output::Standard().Lines(HeaderJson(reports));
     } else {
         for (const std::string& line : HeaderLines(reports))
-            fmt::print("{}\n", line);
+            Output::Standard().Line(line);
     }
     return AllValid(reports) ? ExitCode::kSuccess : ExitCode::kInvalidHeader;
 }
@@ -69,7 +70,7 @@ std::string CheckHex(const std::string& text) {
 void AddInspect(CLI::App& program, ExitCode& exitCode) {
     auto options = std::make_shared<InspectOptions>();
     CLI::App* command = program.add_subcommand(
-        "inspect", "Print what the headers of a stream say; ends with 1 when one of them is not valid");
+        "inspect", "Print what the headers of a stream say; ends with 16 when one of them is not valid");
     CLI::App* headers = command->add_option_group("Headers", "At least one of them");
     headers->require_option();
     headers->add_option("--sprop", options->sprop, "H.264: the sprop-parameter-sets of an SDP (RFC 6184)")

@@ -1,25 +1,50 @@
 #include "apps/camclock/commands/LogSetup.h"
 
+#include "apps/camclock/views/Output.h"
+
 #include <fmt/format.h>
 #include <log4cpp/Category.hh>
-#include <log4cpp/FileAppender.hh>
-#include <log4cpp/OstreamAppender.hh>
+#include <log4cpp/LayoutAppender.hh>
 #include <log4cpp/PatternLayout.hh>
 #include <log4cpp/Priority.hh>
 
-#include <fstream>
-#include <iostream>
 #include <memory>
 
 namespace camclock::app {
 namespace {
 
-/// The category takes the appender over, and the appender its layout.
-void AddAppender(log4cpp::Category& category, std::unique_ptr<log4cpp::Appender> appender) {
-    auto layout = std::make_unique<log4cpp::PatternLayout>();
-    layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} %c: %m%n");
-    appender->setLayout(layout.release());
-    category.addAppender(appender.release());
+/// A category's way to an `Output`, which notices when it cannot be written. Every message is handed over at
+/// once.
+class OutputAppender : public log4cpp::LayoutAppender {
+public:
+    OutputAppender(const std::string& name, Output& output)
+        : LayoutAppender(name)
+        , output_(output) {
+        auto layout = std::make_unique<log4cpp::PatternLayout>();
+        layout->setConversionPattern("%d{%Y-%m-%d %H:%M:%S.%l} %c: %m");
+        setLayout(layout.release());
+    }
+
+    void close() override {}
+
+protected:
+    void _append(const log4cpp::LoggingEvent& event) override {
+        output_.Line(_getLayout().format(event));
+        output_.Flush(std::chrono::milliseconds(0));
+    }
+
+private:
+    Output& output_;
+};
+
+/// Lives as long as the process: the library's threads may write to the very end.
+std::unique_ptr<Output>& LogFile() {
+    static std::unique_ptr<Output> file;
+    return file;
+}
+
+void AddAppender(log4cpp::Category& category, const std::string& name, Output& output) {
+    category.addAppender(std::make_unique<OutputAppender>(name, output).release());  // which it takes over
 }
 
 }  // namespace
@@ -34,14 +59,19 @@ std::optional<Failure> SetUpLog(const LogSettings& settings) {
     }
     category.setPriority(log4cpp::Priority::INFO);
     if (settings.verbose)
-        AddAppender(category, std::make_unique<log4cpp::OstreamAppender>("standard error", &std::cerr));
+        AddAppender(category, "standard error", Output::Error());
     if (!settings.file.empty()) {
-        if (!std::ofstream(settings.file, std::ios::app))
+        LogFile() = Output::Append(settings.file);
+        if (!LogFile())
             return Failure{ExitCode::kOutput, fmt::format("cannot write the log file {}", settings.file),
                            "choose another with --log-file"};
-        AddAppender(category, std::make_unique<log4cpp::FileAppender>("log file", settings.file));
+        AddAppender(category, "log file", *LogFile());
     }
     return std::nullopt;
+}
+
+std::optional<Failure> LogTrouble() {
+    return LogFile() ? LogFile()->Trouble() : std::nullopt;
 }
 
 }  // namespace camclock::app

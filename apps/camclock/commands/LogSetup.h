@@ -16,4 +16,7 @@ struct LogSettings {
 /// Sets log4cpp up for the categories RTSP.*; to be called before any of the library's objects is made.
 std::optional<Failure> SetUpLog(const LogSettings& settings);
 
+/// Why the log file cannot be written any more, if so.
+std::optional<Failure> LogTrouble();
+
 }  // namespace camclock::app

@@ -2,7 +2,9 @@
 #include "apps/camclock/commands/LogSetup.h"
 #include "apps/camclock/commands/WatchOptions.h"
 #include "apps/camclock/sources/HostProbe.h"
+#include "apps/camclock/views/Output.h"
 #include "apps/camclock/views/ProbeWriter.h"
+#include "apps/camclock/views/RowSink.h"
 #include "apps/camclock/views/Terminal.h"
 #include "receiver/HostClock.h"
 
@@ -11,9 +13,7 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdio>
 #include <list>
-#include <map>
 #include <memory>
 #include <string>
 #include <thread>
@@ -52,12 +52,17 @@ void Print(const ProbeOptions& options, const std::string& host, const ProbeOutc
     switch (options.format) {
     case OutputFormat::kTable:
         if (!outcome.failure)
-            fmt::print("{}\n", ProbeTableLine(host, outcome, width));
+            Output::Standard().Line(ProbeTableLine(host, outcome, width));
         break;
-    case OutputFormat::kCsv: fmt::print("{}\n", ProbeCsvLine(host, outcome)); break;
-    case OutputFormat::kJson: fmt::print("{}\n", ProbeJsonLine(host, outcome)); break;
+    case OutputFormat::kCsv: Output::Standard().Line(ProbeCsvLine(host, outcome)); break;
+    case OutputFormat::kJson: Output::Standard().Line(ProbeJsonLine(host, outcome)); break;
     }
-    std::fflush(stdout);
+    Output::Standard().Flush(kPollInterval);
+}
+
+/// Nobody reads, or nothing can be written any more.
+bool OutputEnded() {
+    return Output::Standard().ReaderGone() || Output::Standard().Trouble();
 }
 
 /// Waits until `time`; Ctrl-C ends the wait.
@@ -85,17 +90,17 @@ ExitCode RunProbe(const ProbeOptions& options) {
         width = std::max(width, host.size());
     }
     if (options.format == OutputFormat::kTable)
-        fmt::print("{}\n", ProbeTableHeader(width));
+        Output::Standard().Line(ProbeTableHeader(width));
     else if (options.format == OutputFormat::kCsv)
-        fmt::print("{}\n", ProbeCsvHeader());
+        Output::Standard().Line(ProbeCsvHeader());
 
     const std::chrono::duration<double> interval(options.interval_s);
     auto next = std::chrono::steady_clock::now();
-    for (int round = 0; round < options.count && !Terminal::Interrupted(); ++round) {
+    for (int round = 0; round < options.count && !Terminal::Interrupted() && !OutputEnded(); ++round) {
         WaitUntil(next);
         next += std::chrono::duration_cast<std::chrono::steady_clock::duration>(interval);
         for (Target& target : targets) {
-            if (Terminal::Interrupted())
+            if (Terminal::Interrupted() || OutputEnded())
                 break;
             const ProbeOutcome outcome = target.probe.Run(options.settings);
             target.measured = target.measured || !outcome.failure;
@@ -137,13 +142,10 @@ void AddProbe(CLI::App& program, ExitCode& exitCode) {
                      "Clock difference to expect, host less camera, to within 12 hours: it tells the day [0]")
         ->type_name("MS")
         ->check(CLI::Range(-kLongest_ms, kLongest_ms).description(""));
-    command->add_option("--format", options->format, "table (default), or one line a probing as csv or json")
-        ->transform(
-            CLI::CheckedTransformer(std::map<std::string, OutputFormat>{{"table", OutputFormat::kTable},
-                                                                        {"csv", OutputFormat::kCsv},
-                                                                        {"json", OutputFormat::kJson}},
-                                    CLI::ignore_case)
-                .description(""))
+    AddChoice<OutputFormat>(
+        *command, "--format", options->format,
+        {{"table", OutputFormat::kTable}, {"csv", OutputFormat::kCsv}, {"json", OutputFormat::kJson}},
+        "table (default), or one line a probing as csv or json")
         ->type_name("FORMAT");
     AddLogOptions(*command, options->log);
     command->callback([options, &exitCode] { exitCode = RunProbe(*options); });

@@ -3,6 +3,7 @@
 #include "apps/camclock/commands/WatchRun.h"
 #include "apps/camclock/sources/HostProbe.h"
 #include "apps/camclock/sources/RtspReceiver.h"
+#include "apps/camclock/views/Output.h"
 #include "apps/camclock/views/Terminal.h"
 #include "receiver/HostClock.h"
 
@@ -10,7 +11,9 @@
 #include <fmt/format.h>
 
 #include <cstdlib>
-#include <map>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <vector>
@@ -20,6 +23,8 @@ namespace {
 
 struct WatchOptions {
     std::vector<std::string> urls;
+    std::vector<std::string> cameras;
+    std::string list;
     std::string user;
     double duration_s = 0.0;
     double connectTimeOut_s = 10.0;
@@ -32,19 +37,54 @@ std::chrono::milliseconds Milliseconds(double seconds) {
     return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000.0));
 }
 
+/// All that the command line and the list name, in this order.
+std::optional<Failure> ReadUrls(const WatchOptions& options, std::vector<NamedUrl>& urls) {
+    for (const std::string& text : options.urls)
+        urls.push_back({"", text});
+    for (const std::string& text : options.cameras) {
+        const auto camera = ReadCamera(text);
+        if (!camera)
+            return Failure{ExitCode::kUsage,
+                           fmt::format("--camera: {} is no NAME=URL,URL", StreamUrl::WithoutSecrets(text)),
+                           ""};
+        urls.insert(urls.end(), camera->begin(), camera->end());
+    }
+    if (!options.list.empty()) {
+        std::ifstream file(options.list);
+        if (!file || std::filesystem::is_directory(options.list))
+            return Failure{ExitCode::kUsage, fmt::format("cannot read {}", options.list),
+                           "--list takes the name of a file"};
+        const std::string text{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+        int line = 0;
+        const auto listed = ReadCameraList(text, line);
+        if (!listed)
+            return Failure{ExitCode::kUsage, fmt::format("{}: line {} names no camera", options.list, line),
+                           "write NAME URL, or a URL alone"};
+        urls.insert(urls.end(), listed->begin(), listed->end());
+    }
+    if (urls.empty())
+        return Failure{ExitCode::kUsage, "no camera to watch", "give a URL, --camera or --list"};
+    return std::nullopt;
+}
+
 std::optional<Failure> ReadTargets(const WatchOptions& options, WatchPlan& plan) {
     // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
     const char* password = std::getenv("CAMCLOCK_PASSWORD");
-    for (const std::string& text : options.urls) {
-        std::optional<StreamUrl> url = StreamUrl::Parse(text);
+    std::vector<NamedUrl> urls;
+    if (auto failure = ReadUrls(options, urls))
+        return failure;
+    for (const NamedUrl& named : urls) {
+        std::optional<StreamUrl> url = StreamUrl::Parse(named.url);
         if (!url)
-            return Failure{ExitCode::kBadUrl, fmt::format("bad URL: {}", WithoutSecrets(text)),
+            return Failure{ExitCode::kBadUrl,
+                           fmt::format("bad URL: {}", StreamUrl::WithoutSecrets(named.url)),
                            "write rtsp://host[:port]/path, and %2F for a slash in a password"};
         if (url->user.empty() && !options.user.empty()) {
             url->user = options.user;
             url->password = password == nullptr ? "" : password;
         }
-        plan.targets.push_back({std::move(*url), plan.connection.transport});
+        const std::string name = named.camera.empty() ? url->label : named.camera;
+        plan.targets.push_back({name, std::move(*url), plan.connection.transport});
     }
     return std::nullopt;
 }
@@ -67,16 +107,22 @@ ExitCode RunWatch(WatchOptions& options) {
     if (plan.timing.icmp) {
         if (const auto failure = HostProbe::MissingRight()) {
             Report(*failure);
-            fmt::print(stderr, "camclock: going on with the latency estimate\n");
+            Output::Error().Line("camclock: going on with the latency estimate");
             plan.timing.icmp = false;
         }
     }
     if (const auto failure = PrepareGstreamer())
         return Report(*failure);
+    if (const auto failure = CheckTls(plan.connection))
+        return Report(*failure);
 
     receiver::HostClock::Anchor();
     Terminal::CatchInterrupts();
-    return WatchRun(std::move(plan)).Run();
+    auto run = std::make_unique<WatchRun>(std::move(plan));
+    const ExitCode result = run->Run();
+    if (run->Stuck())
+        Terminal::EndNow(result);
+    return result;
 }
 
 }  // namespace
@@ -85,30 +131,33 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
     auto options = std::make_shared<WatchOptions>();
     CLI::App* command = program.add_subcommand("watch", "Show when the frames of live cameras were captured");
     command->add_option("url", options->urls, "One URL a camera: rtsp://[user[:password]@]host[:port]/path")
-        ->required()
         ->type_name("URL");
     command
-        ->add_option("--format", options->plan.format, "table (default), or one line a frame as csv or json")
-        ->transform(
-            CLI::CheckedTransformer(std::map<std::string, OutputFormat>{{"table", OutputFormat::kTable},
-                                                                        {"csv", OutputFormat::kCsv},
-                                                                        {"json", OutputFormat::kJson}},
-                                    CLI::ignore_case)
-                .description(""))
+        ->add_option("--camera", options->cameras,
+                     "A camera by name; several streams of one device share its clock: NAME=URL,URL")
+        ->type_name("NAME=URL")
+        ->allow_extra_args(false);
+    command->add_option("--list", options->list, "Cameras from a file: lines NAME URL, NAME=URL,URL or URL")
+        ->type_name("FILE");
+    AddChoice<OutputFormat>(
+        *command, "--format", options->plan.format,
+        {{"table", OutputFormat::kTable}, {"csv", OutputFormat::kCsv}, {"json", OutputFormat::kJson}},
+        "table (default), or one line a frame as csv or json")
         ->type_name("FORMAT");
+    AddChoice<SummaryFormat>(
+        *command, "--summary", options->plan.summary,
+        {{"text", SummaryFormat::kText}, {"json", SummaryFormat::kJson}, {"none", SummaryFormat::kNone}},
+        "At the end: text (default), json or none")
+        ->type_name("FORMAT");
+    command->add_flag("--audio", options->plan.connection.audio, "Watch the sound beside the picture");
     command->add_option("--duration", options->duration_s, "End after this time [until Ctrl-C]")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e9).description(""));
 
     const std::string connection = "Connection";
-    command
-        ->add_option("--transport", options->plan.connection.transport,
-                     "udp, tcp, or auto (default): udp first, tcp when nothing comes")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Transport>{{"auto", Transport::kAuto},
-                                                                             {"udp", Transport::kUdp},
-                                                                             {"tcp", Transport::kTcp}},
-                                            CLI::ignore_case)
-                        .description(""))
+    AddChoice<Transport>(*command, "--transport", options->plan.connection.transport,
+                         {{"auto", Transport::kAuto}, {"udp", Transport::kUdp}, {"tcp", Transport::kTcp}},
+                         "udp, tcp, or auto (default): udp first, tcp when nothing comes")
         ->type_name("KIND")
         ->group(connection);
     command->add_option("--user", options->user, "User name; its password stands in CAMCLOCK_PASSWORD")
@@ -126,6 +175,16 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
     command->add_option("--reconnect-max", options->reconnectMax_s, "Longest delay between two attempts [30]")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86400.0).description(""))
+        ->group(connection);
+
+    command
+        ->add_option("--tls-ca", options->plan.connection.tlsCaFile,
+                     "rtsps: trust these certificates (PEM) [the system's]")
+        ->type_name("FILE")
+        ->group(connection);
+    command
+        ->add_flag("--tls-insecure", options->plan.connection.tlsInsecure,
+                   "rtsps: accept any certificate; anybody in between can listen")
         ->group(connection);
 
     AddTimingOptions(*command, options->plan.timing);

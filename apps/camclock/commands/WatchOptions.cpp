@@ -1,13 +1,18 @@
 #include "apps/camclock/commands/WatchOptions.h"
 
-#include <CLI/CLI.hpp>
+#include "apps/camclock/views/Output.h"
+
 #include <fmt/format.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 namespace camclock::app {
 namespace {
@@ -118,9 +123,96 @@ std::optional<Failure> CheckTimingSettings(const TimingSettings& settings) {
     return CheckDirectory(settings.probeLogDirectory, "--probe-log");
 }
 
+std::optional<Failure> CheckRoom(const std::string& directory) {
+    if (directory.empty())
+        return std::nullopt;
+    std::error_code error;
+    const std::filesystem::space_info space = std::filesystem::space(directory, error);
+    if (!error && space.available > 0)
+        return std::nullopt;
+    return Failure{ExitCode::kOutput,
+                   fmt::format("cannot write into the directory {}: no room is left", directory),
+                   "make room, or write elsewhere"};
+}
+
 ExitCode Report(const Failure& failure) {
-    fmt::print(stderr, "camclock: {}\n", failure.Text());
+    Output::Error().Line("camclock: " + failure.Text());
+    Output::Error().Flush(std::chrono::milliseconds(100));
     return failure.code;
+}
+
+std::size_t ChoiceOf(const std::string& option, const std::string& text,
+                     const std::vector<std::string>& names) {
+    const auto same = [&text](const std::string& name) {
+        return name.size() == text.size() &&
+               std::equal(name.begin(), name.end(), text.begin(), [](unsigned char a, unsigned char b) {
+                   return std::tolower(a) == std::tolower(b);
+               });
+    };
+    const auto found = std::find_if(names.begin(), names.end(), same);
+    if (found != names.end())
+        return static_cast<std::size_t>(found - names.begin());
+    std::string all;
+    for (const std::string& name : names)
+        all += (all.empty() ? "" : &name == &names.back() ? " or " : ", ") + name;
+    throw CLI::ValidationError(option, fmt::format("unknown value {}; it takes {}", text, all));
+}
+
+namespace {
+
+/// Does a URL begin here?
+bool BeginsUrl(std::string_view text) {
+    return text.substr(0, 7) == "rtsp://" || text.substr(0, 8) == "rtsps://";
+}
+
+void SplitUrls(const std::string& camera, std::string_view urls, std::vector<NamedUrl>& out) {
+    while (!urls.empty()) {
+        std::size_t end = urls.find(',');
+        while (end != std::string_view::npos && !BeginsUrl(urls.substr(end + 1)))
+            end = urls.find(',', end + 1);
+        out.push_back({camera, std::string(urls.substr(0, end))});
+        urls.remove_prefix(end == std::string_view::npos ? urls.size() : end + 1);
+    }
+}
+
+std::string Trimmed(const std::string& line) {
+    const char* blanks = " \t\r";
+    const std::size_t start = line.find_first_not_of(blanks);
+    return start == std::string::npos ? "" : line.substr(start, line.find_last_not_of(blanks) + 1 - start);
+}
+
+}  // namespace
+
+std::optional<std::vector<NamedUrl>> ReadCamera(const std::string& text) {
+    const std::size_t equals = text.find('=');
+    if (equals == 0 || equals == std::string::npos || text.find("://") < equals)
+        return std::nullopt;
+    std::vector<NamedUrl> urls;
+    SplitUrls(text.substr(0, equals), std::string_view(text).substr(equals + 1), urls);
+    return urls.empty() ? std::nullopt : std::optional(std::move(urls));
+}
+
+std::optional<std::vector<NamedUrl>> ReadCameraList(const std::string& text, int& wrong) {
+    std::vector<NamedUrl> all;
+    std::istringstream lines(text);
+    wrong = 0;
+    for (std::string raw; std::getline(lines, raw);) {
+        ++wrong;
+        const std::string line = Trimmed(raw);
+        if (line.empty() || line.front() == '#')
+            continue;
+        if (BeginsUrl(line)) {
+            SplitUrls("", line, all);
+        } else if (auto camera = ReadCamera(line)) {
+            all.insert(all.end(), camera->begin(), camera->end());
+        } else {
+            const std::size_t last = line.find_last_of(" \t");
+            if (last == std::string::npos || line.find("://", last) == std::string::npos)
+                return std::nullopt;
+            SplitUrls(Trimmed(line.substr(0, last)), std::string_view(line).substr(last + 1), all);
+        }
+    }
+    return all;
 }
 
 }  // namespace camclock::app

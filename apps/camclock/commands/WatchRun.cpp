@@ -1,73 +1,80 @@
 #include "apps/camclock/commands/WatchRun.h"
 
-#include "apps/camclock/views/FrameWriter.h"
+#include "apps/camclock/commands/LogSetup.h"
+#include "apps/camclock/commands/WatchOptions.h"
+#include "apps/camclock/sources/RtspReceiver.h"
+#include "apps/camclock/views/Output.h"
+#include "apps/camclock/views/StreamTable.h"
 #include "apps/camclock/views/Terminal.h"
-#include "receiver/HostClock.h"
+#include "apps/camclock/views/TextTable.h"
 
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <filesystem>
-#include <string>
 #include <system_error>
 #include <utility>
 
 namespace camclock::app {
 namespace {
 
-constexpr std::chrono::milliseconds kPollInterval{50};
+using std::chrono::milliseconds;
+using Clock = CameraWatch::Clock;
 
-const char* TransportText(Transport transport) {
-    switch (transport) {
-    case Transport::kUdp: return "udp";
-    case Transport::kTcp: return "tcp";
-    case Transport::kAuto: break;
+constexpr milliseconds kPollInterval{50};
+constexpr milliseconds kLongestClosing{500};
+
+/// A stream without a frame for so long is shown as stalled: two key frames' distance of a usual camera.
+constexpr std::chrono::seconds kStalled{2};
+
+/// While so much waits to be taken by a slow reader, frames wait in the queue, where the oldest are dropped.
+constexpr std::size_t kMostPending = 64 * 1024;
+
+const char* CodecText(const receiver::Format& format) {
+    switch (format.codec) {
+    case receiver::Codec::kH264: return "H.264";
+    case receiver::Codec::kH265: return "H.265";
+    case receiver::Codec::kMpeg4Visual: return "MPEG-4 Visual";
+    case receiver::Codec::kMjpeg: return "MJPEG";
+    case receiver::Codec::kOther: break;
     }
-    return "auto";
-}
-
-const char* StateText(CameraWatch::State state) {
-    switch (state) {
-    case CameraWatch::State::kConnecting: return "connecting";
-    case CameraWatch::State::kReceiving: return "receiving";
-    case CameraWatch::State::kWaiting: return "waiting";
-    case CameraWatch::State::kEnded: break;
-    }
-    return "ended";
-}
-
-const char* CodecText(receiver::Codec codec) {
-    return codec == receiver::Codec::kH264 ? "H.264" : "MPEG-4 Visual";
-}
-
-void PrintLines(std::FILE* file, const std::vector<std::string>& lines) {
-    for (const std::string& line : lines)
-        fmt::print(file, "{}\n", line);
+    return format.encoding.empty() ? "?" : format.encoding.c_str();
 }
 
 }  // namespace
 
 WatchRun::WatchRun(WatchPlan plan, Observer observer)
     : plan_(std::move(plan))
-    , observer_(std::move(observer))
-    , statistics_(plan_.targets.size())
-    , view_(Terminal::IsInteractive() && !plan_.logsToTerminal) {
-    int number = 0;
-    for (const WatchPlan::Target& target : plan_.targets) {
+    , observer_(std::move(observer)) {
+    if (!plan_.quiet)
+        sink_ = MakeRowSink(plan_.format, Terminal::IsInteractive() && !plan_.logsToTerminal);
+    const int pictures = static_cast<int>(plan_.targets.size());
+    for (std::size_t i = 0; i < plan_.targets.size(); ++i) {
+        const WatchPlan::Target& target = plan_.targets[i];
         ConnectionSettings connection = plan_.connection;
         connection.transport = target.transport;
-        ++number;
-        cameras_.push_back(std::make_unique<CameraWatch>(number, target.url, _TimingOf(number), connection,
-                                                         [this](const FrameRow& row) { queue_.Push(row); }));
+        CameraWatch::Numbers numbers{static_cast<int>(i) + 1, std::nullopt};
+        if (connection.audio)
+            numbers.audio = pictures + numbers.video;
+        cameras_.push_back(std::make_unique<CameraWatch>(
+            target.camera, numbers, target.url, _TimingOf(i), connection,
+            [url = target.url, connection](Worker& worker, PacketSource::Taker taker) {
+                return std::make_unique<RtspReceiver>(url, connection, worker, std::move(taker));
+            },
+            [this](const FrameRow& row) { queue_.Push(row); }));
     }
+    for (const char* media : {"video", "audio"})
+        for (const auto& camera : cameras_)
+            if (media == std::string("video") || plan_.connection.audio)
+                streams_.push_back(
+                    {camera.get(), {static_cast<int>(streams_.size()) + 1, camera->Name(), media}, {}, {}});
 }
 
-TimingSettings WatchRun::_TimingOf(int camera) const {
+TimingSettings WatchRun::_TimingOf(std::size_t target) const {
     TimingSettings timing = plan_.timing;
     if (plan_.targets.size() > 1 && !timing.probeLogDirectory.empty()) {
         // The probe log's name is always the same, so that each camera gets a directory of its own.
-        const auto own = std::filesystem::path(timing.probeLogDirectory) / std::to_string(camera);
+        const auto own = std::filesystem::path(timing.probeLogDirectory) / std::to_string(target + 1);
         std::error_code ignored;
         std::filesystem::create_directories(own, ignored);
         timing.probeLogDirectory = own.string();
@@ -78,110 +85,178 @@ TimingSettings WatchRun::_TimingOf(int camera) const {
 WatchRun::~WatchRun() = default;
 
 ExitCode WatchRun::Run() {
-    using Clock = CameraWatch::Clock;
-    if (plan_.format == OutputFormat::kCsv && !plan_.quiet)
-        fmt::print("{}\n", CsvHeader());
-
+    if (sink_)
+        sink_->Begin();
     const Clock::time_point start = Clock::now();
-    Clock::time_point nextTable = start + view_.FirstAfter();
     for (const auto& camera : cameras_)
         camera->Start(start);
 
-    ExitCode result = ExitCode::kSuccess;
     const auto running = [](const auto& camera) { return camera->GetState() != CameraWatch::State::kEnded; };
-    while (!Terminal::Interrupted() && std::any_of(cameras_.begin(), cameras_.end(), running)) {
+    bool timeIsOver = false;
+    while (!Terminal::Interrupted() && !ended_ && !timeIsOver &&
+           std::any_of(cameras_.begin(), cameras_.end(), running)) {
         const Clock::time_point now = Clock::now();
-        if (plan_.duration && now - start >= *plan_.duration)
-            break;
-        const ExitCode ended = _PollCameras(now);
-        if (result == ExitCode::kSuccess)
-            result = ended;
-        if (now >= nextTable && plan_.format == OutputFormat::kTable && !plan_.quiet) {
-            _ShowTable();
-            nextTable = now + view_.Interval();
-        }
+        timeIsOver = plan_.duration && now - start >= *plan_.duration;
+        _Poll(now);
+        if (sink_)
+            sink_->Tick(now, [this] { return _Lines(); });
         _TakeRows(kPollInterval);
+        _CheckOutputs(now);
     }
 
     // A camera that was waiting to try again when the time was over has failed all the same.
-    for (const auto& camera : cameras_) {
-        if (camera->LastFailure() && result == ExitCode::kSuccess)
-            result = camera->LastFailure()->code;
-        camera->Stop();
+    for (const auto& camera : cameras_)
+        if (camera->LastFailure() && result_ == ExitCode::kSuccess)
+            result_ = camera->LastFailure()->code;
+    _TakeRows(milliseconds(0));
+    if (timeIsOver)
+        _CheckForFrames();
+    _Close();
+    if (sink_) {
+        sink_->End();
+        if (!Output::Standard().ReaderGone())
+            _Summarise();
     }
-    _TakeRows(std::chrono::milliseconds(0));
-    view_.Clear();
-    const auto anyFrame = [](const StreamStatistics& statistics) { return statistics.Frames() > 0; };
-    if (!plan_.quiet && std::any_of(statistics_.begin(), statistics_.end(), anyFrame))
-        _Summarise();
-    return result;
+    return result_;
 }
 
-/// The failure of the first camera that ended just now.
-ExitCode WatchRun::_PollCameras(CameraWatch::Clock::time_point now) {
-    ExitCode result = ExitCode::kSuccess;
+void WatchRun::_Fail(const Failure& failure) {
+    if (result_ == ExitCode::kSuccess)
+        result_ = failure.code;
+}
+
+void WatchRun::_Poll(Clock::time_point now) {
     for (const auto& camera : cameras_) {
-        const std::optional<std::string> news = camera->Poll(now);
-        if (!news)
+        for (const std::string& news : camera->Poll(now)) {
+            if (sink_)
+                sink_->News(news);
+            else
+                Output::Error().Line("camclock: " + news);
+        }
+        if (camera->GetState() == CameraWatch::State::kEnded && camera->LastFailure())
+            _Fail(*camera->LastFailure());
+    }
+}
+
+/// A watch that can no longer tell anybody ends at once.
+void WatchRun::_CheckOutputs(Clock::time_point now) {
+    std::optional<Failure> trouble = Output::Standard().Trouble();
+    if (!trouble)
+        trouble = Output::Error().Trouble();
+    if (!trouble)
+        trouble = LogTrouble();
+    if (!trouble && now >= nextDiskCheck_) {
+        nextDiskCheck_ = now + milliseconds(500);
+        for (const std::string& directory : {plan_.timing.timingLogDirectory, plan_.timing.probeLogDirectory})
+            if (auto full = CheckRoom(directory))
+                trouble = full;
+    }
+    if (trouble && !ended_) {
+        Report(*trouble);
+        result_ = trouble->code;
+    }
+    ended_ = ended_ || trouble || Output::Standard().ReaderGone();
+}
+
+/// A camera that has not failed, but gave nothing in the time that it had, has failed.
+void WatchRun::_CheckForFrames() {
+    for (const Stream& stream : streams_) {
+        if (stream.statistics.Frames() > 0 || stream.name.media != "video" || stream.camera->LastFailure())
             continue;
-        view_.News(*news);
-        if (camera->GetState() == CameraWatch::State::kEnded && result == ExitCode::kSuccess)
-            result = camera->LastFailure()->code;
+        const Failure failure{
+            ExitCode::kTimeOut,
+            fmt::format("{}: time-out: no frame within {} ms", stream.name.camera, plan_.duration->count()),
+            "let it run longer with --duration"};
+        if (sink_)
+            sink_->News(failure.Text());
+        _Fail(failure);
     }
-    return result;
 }
 
-void WatchRun::_TakeRows(std::chrono::milliseconds timeOut) {
-    for (const FrameRow& row : queue_.Take(timeOut)) {
-        const auto index = static_cast<std::size_t>(row.stream - 1);
-        statistics_[index].Add(row);
+void WatchRun::_Close() {
+    for (const auto& camera : cameras_)
+        camera->Stop();
+    _TakeRows(milliseconds(0));
+    const Clock::time_point deadline = Clock::now() + kLongestClosing;
+    for (const auto& camera : cameras_)
+        stuck_ = !camera->WaitUntilClosed(deadline) || stuck_;
+}
+
+void WatchRun::_TakeRows(milliseconds timeOut) {
+    const Clock::time_point start = Clock::now();
+    Output::Error().Flush(milliseconds(0));
+    const bool drained = Output::Standard().Flush(timeOut) || Output::Standard().Pending() < kMostPending;
+    const auto left = std::chrono::duration_cast<milliseconds>(start + timeOut - Clock::now());
+    if (!drained)
+        return;
+    for (const FrameRow& row : queue_.Take(std::max(left, milliseconds(0)))) {
+        Stream& stream = streams_[static_cast<std::size_t>(row.stream - 1)];
+        stream.statistics.Add(row);
+        stream.lastFrame = start;
         if (observer_)
-            observer_(row, *cameras_[index]);
-        if (!plan_.quiet)
-            _Print(row);
+            observer_(row, *stream.camera);
+        if (sink_)
+            sink_->Add(row, stream.name);
     }
-    if (plan_.format != OutputFormat::kTable)
-        std::fflush(stdout);
-}
-
-void WatchRun::_Print(const FrameRow& row) const {
-    switch (plan_.format) {
-    case OutputFormat::kTable: break;
-    case OutputFormat::kCsv: fmt::print("{}\n", CsvLine(row)); break;
-    case OutputFormat::kJson: fmt::print("{}\n", JsonLine(row)); break;
-    }
-}
-
-void WatchRun::_ShowTable() {
-    view_.Show(LiveTable(_Lines(), receiver::HostClock::Now()));
+    Output::Standard().Flush(milliseconds(0));
 }
 
 void WatchRun::_Summarise() {
-    std::FILE* file = plan_.format == OutputFormat::kTable ? stdout : stderr;
-    std::vector<CameraLine> lines = _Lines();
-    for (std::size_t i = 0; i < lines.size(); ++i)
-        lines[i].state = cameras_[i]->LastFailure() ? cameras_[i]->LastFailure()->what : "";
-    PrintLines(file, SummaryTable(lines));
-    PrintLines(file, IcmpSummary(lines));
+    if (plan_.summary == SummaryFormat::kNone)
+        return;
+    const auto anyFrame = [](const Stream& stream) { return stream.statistics.Frames() > 0; };
+    if (plan_.summary == SummaryFormat::kText && std::none_of(streams_.begin(), streams_.end(), anyFrame))
+        return;
+    const bool toOutput = plan_.format == OutputFormat::kTable;
+    Output& output = toOutput ? Output::Standard() : Output::Error();
+    std::vector<StreamLine> lines = _Lines();
+    if (plan_.summary == SummaryFormat::kJson) {
+        output.Line(SummaryJson(lines));
+        return;
+    }
+    const bool onScreen = toOutput && Terminal::IsInteractive();
+    const std::size_t width = onScreen ? Terminal::GetSize().columns : TextTable::kUnlimited;
+    for (const std::string& line : SummaryTable(lines, width))
+        output.Line(line);
+    for (const std::string& line : IcmpSummary(lines))
+        output.Line(line);
     if (queue_.Dropped() > 0)
-        fmt::print(file, "{} frames were not printed: standard output could not keep up\n", queue_.Dropped());
+        output.Line(
+            fmt::format("{} frames were not printed: standard output could not keep up", queue_.Dropped()));
 }
 
-std::vector<CameraLine> WatchRun::_Lines() {
-    std::vector<CameraLine> lines;
-    for (std::size_t i = 0; i < cameras_.size(); ++i) {
-        CameraWatch& camera = *cameras_[i];
-        CameraLine line;
-        line.number = static_cast<int>(i) + 1;
-        line.label = camera.Url().label;
-        line.transport = TransportText(camera.GetTransport());
-        line.state = StateText(camera.GetState());
-        if (const std::optional<StreamFormat> format = camera.Format())
-            line.codec = CodecText(format->codec);
-        if (const std::optional<receiver::PictureFormat> picture = camera.Picture())
-            line.size = receiver::PictureText(*picture);
-        line.statistics = &statistics_[i];
-        line.icmp = camera.WithIcmp();
+std::string WatchRun::_StateText(const Stream& stream) const {
+    switch (stream.camera->GetState()) {
+    case CameraWatch::State::kConnecting: return "connecting";
+    case CameraWatch::State::kReceiving: break;
+    case CameraWatch::State::kWaiting: return "waiting";
+    case CameraWatch::State::kEnded: return "ended";
+    }
+    if (!stream.lastFrame)
+        return "no frame";
+    const auto silence = std::chrono::duration_cast<std::chrono::seconds>(Clock::now() - *stream.lastFrame);
+    return silence < kStalled ? "receiving" : fmt::format("STALLED {}s", silence.count());
+}
+
+std::vector<StreamLine> WatchRun::_Lines() const {
+    std::vector<StreamLine> lines;
+    for (const Stream& stream : streams_) {
+        CameraWatch& camera = *stream.camera;
+        StreamLine line;
+        line.name = stream.name;
+        line.url = camera.Url().label;
+        line.transport = camera.Road();
+        line.state = _StateText(stream);
+        if (const auto facts = camera.Facts(stream.name.number)) {
+            line.codec = CodecText(facts->format);
+            line.counts = facts->statistics;
+            if (facts->picture)
+                line.size = receiver::PictureText(*facts->picture);
+        }
+        if (camera.LastFailure())
+            line.failure = camera.LastFailure()->what;
+        line.statistics = &stream.statistics;
+        line.icmp = camera.WithIcmp() && stream.name.media == "video";
         line.meanLatency = plan_.timing.meanLatency;
         lines.push_back(std::move(line));
     }

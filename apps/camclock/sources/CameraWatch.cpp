@@ -1,7 +1,5 @@
 #include "apps/camclock/sources/CameraWatch.h"
 
-#include <camclock/Utilities.h>
-
 #include <fmt/format.h>
 
 #include <algorithm>
@@ -9,12 +7,14 @@
 
 namespace camclock::app {
 
-CameraWatch::CameraWatch(int number, StreamUrl url, TimingSettings timing,
-                         const ConnectionSettings& connection, StreamSession::Consumer rows)
-    : number_(number)
+CameraWatch::CameraWatch(std::string name, Numbers numbers, StreamUrl url, TimingSettings timing,
+                         const ConnectionSettings& connection, SourceMaker makeSource, Rows rows)
+    : name_(std::move(name))
+    , numbers_(numbers)
     , url_(std::move(url))
     , timing_(std::move(timing))
     , connection_(connection)
+    , makeSource_(std::move(makeSource))
     , rows_(std::move(rows))
     , timeFilter_(url_.label + ": ") {
     timeFilter_.SetPacketTimeOut(timing_.packetTimeOut);
@@ -32,8 +32,7 @@ CameraWatch::CameraWatch(int number, StreamUrl url, TimingSettings timing,
 
 void CameraWatch::_StartProbing() {
     const std::string& directory = timing_.probeLogDirectory;
-    timeFilter_.UseICMP(Utilities::GetHostFromUrl(url_.location), timing_.pollInterval, directory,
-                        !directory.empty());
+    timeFilter_.UseICMP(url_.host, timing_.pollInterval, directory, !directory.empty());
     probing_ = true;
     // Without estimation nobody else tells what to expect, and the first measurement would wait for ever.
     if (!timing_.estimation && !timing_.expectedDifference)
@@ -55,47 +54,58 @@ void CameraWatch::_Connect(Clock::time_point now) {
     state_ = State::kConnecting;
     connectedAt_ = now;
     nextCheck_ = now;
-    receiver_ = std::make_unique<RtspReceiver>(url_, connection_, [this](const StreamFormat& format) {
-        const std::lock_guard<std::mutex> guard(sessionMutex_);
-        session_ = std::make_shared<StreamSession>(timeFilter_, url_.label + " ", format, timing_,
-                                                   [this](FrameRow row) {
-                                                       anyFrame_ = true;
-                                                       row.stream = number_;
-                                                       rows_(row);
-                                                   });
-        return session_;
-    });
-    receiver_->Start();
+    source_ = makeSource_(worker_, [this](const receiver::Format& format) { return _Take(format); });
+    source_->Start();
 }
 
-std::optional<std::string> CameraWatch::Poll(Clock::time_point now) {
+/// On a thread of the source.
+std::shared_ptr<StreamSession> CameraWatch::_Take(const receiver::Format& format) {
+    const bool audio = format.media == "audio";
+    if (format.media != "video" && !(audio && numbers_.audio))
+        return nullptr;
+    const int number = audio ? *numbers_.audio : numbers_.video;
+    const std::lock_guard<std::mutex> guard(sessionMutex_);
+    auto session = std::make_shared<StreamSession>(
+        timeFilter_, url_.label + (audio ? " audio " : " "), format, timing_,
+        [this, number, rate = format.clockRate_Hz](const receiver::Frame& frame) {
+            anyFrame_ = true;
+            rows_({number, rate, frame});
+        });
+    sessions_[number] = session;
+    return session;
+}
+
+std::vector<std::string> CameraWatch::Poll(Clock::time_point now) {
+    std::vector<std::string> news;
     if (probing_ && !timeFilter_.IsUsingProbe()) {
         probing_ = false;
-        return fmt::format("{}: eleven ICMP measurements in a row failed; going on with the latency estimate",
-                           url_.label);
+        news.push_back(fmt::format(
+            "{}: eleven ICMP measurements in a row failed; going on with the latency estimate", name_));
     }
     switch (state_) {
-    case State::kEnded: return std::nullopt;
+    case State::kEnded: return news;
     case State::kWaiting:
         if (now >= nextAttempt_)
             _Connect(now);
-        return std::nullopt;
+        return news;
     case State::kConnecting:
     case State::kReceiving: break;
     }
 
     if (state_ == State::kConnecting && anyFrame_) {
         state_ = State::kReceiving;
+        receivingSince_ = now;
+        road_ = source_->Road();
         delay_ = connection_.firstDelay;
         failure_.reset();
     }
     if (std::optional<Failure> failure = _Check(now))
-        return _Lose(std::move(*failure), now);
-    return std::nullopt;
+        news.push_back(_Lose(std::move(*failure), now));
+    return news;
 }
 
 std::optional<Failure> CameraWatch::_Check(Clock::time_point now) {
-    if (std::optional<Failure> failure = receiver_->Poll())
+    if (std::optional<Failure> failure = source_->Poll())
         return failure;
     if (shutDown_)
         return Failure{ExitCode::kStreamLost, "stream lost: 1,000 frames in a row had no usable time stamp",
@@ -113,7 +123,20 @@ std::optional<Failure> CameraWatch::_Check(Clock::time_point now) {
     if (now < nextCheck_)
         return std::nullopt;
     nextCheck_ = now + std::chrono::milliseconds(250);
-    if (_Session()->ArrivalIsOk())
+    return _CheckArrival(now);
+}
+
+std::optional<Failure> CameraWatch::_CheckArrival(Clock::time_point now) {
+    const std::shared_ptr<StreamSession> session = _Session(numbers_.video);
+    if (!session)
+        return std::nullopt;
+    if (timing_.requireRtcp && !session->Snapshot().lastReport_host &&
+        now - receivingSince_ > timing_.rtcpTimeOut)
+        return Failure{
+            ExitCode::kTimeOut,
+            fmt::format("time-out: no sender report within {} ms", timing_.rtcpTimeOut.count()),
+            "switch RTCP on in the camera, allow more with --rtcp-timeout, or leave --require-rtcp out"};
+    if (session->ArrivalIsOk())
         return std::nullopt;
     return Failure{
         ExitCode::kTimeOut,
@@ -123,9 +146,9 @@ std::optional<Failure> CameraWatch::_Check(Clock::time_point now) {
 }
 
 std::string CameraWatch::_Lose(Failure failure, Clock::time_point now) {
-    receiver_.reset();
+    source_->Close();
     failure_ = std::move(failure);
-    std::string news = url_.label + ": " + failure_->Text();
+    std::string news = name_ + ": " + failure_->Text();
     if (!connection_.reconnect) {
         state_ = State::kEnded;
         return news;
@@ -138,30 +161,29 @@ std::string CameraWatch::_Lose(Failure failure, Clock::time_point now) {
 }
 
 void CameraWatch::Stop() {
-    receiver_.reset();
+    if (source_)
+        source_->Close();
     state_ = State::kEnded;
 }
 
 void CameraWatch::SetMeanLatency(std::chrono::milliseconds meanLatency) {
     const std::lock_guard<std::mutex> guard(sessionMutex_);
     timing_.meanLatency = meanLatency;
-    if (session_)
-        session_->SetMeanLatency(meanLatency);
+    for (const auto& session : sessions_)
+        session.second->SetMeanLatency(meanLatency);
 }
 
-std::optional<StreamFormat> CameraWatch::Format() {
-    const std::shared_ptr<StreamSession> session = _Session();
-    return session ? std::optional<StreamFormat>(session->Format()) : std::nullopt;
+std::optional<CameraWatch::StreamFacts> CameraWatch::Facts(int stream) {
+    const std::shared_ptr<StreamSession> session = _Session(stream);
+    if (!session)
+        return std::nullopt;
+    return StreamFacts{session->Format(), session->Picture(), session->Snapshot()};
 }
 
-std::optional<receiver::PictureFormat> CameraWatch::Picture() {
-    const std::shared_ptr<StreamSession> session = _Session();
-    return session ? session->Picture() : std::nullopt;
-}
-
-std::shared_ptr<StreamSession> CameraWatch::_Session() {
+std::shared_ptr<StreamSession> CameraWatch::_Session(int stream) {
     const std::lock_guard<std::mutex> guard(sessionMutex_);
-    return session_;
+    const auto found = sessions_.find(stream);
+    return found == sessions_.end() ? nullptr : found->second;
 }
 
 }  // namespace camclock::app

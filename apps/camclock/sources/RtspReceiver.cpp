@@ -1,83 +1,92 @@
 #include "apps/camclock/sources/RtspReceiver.h"
 
+#include "apps/camclock/sources/ConnectionTrouble.h"
 #include "apps/camclock/sources/Gst.h"
+#include "apps/camclock/sources/RtspStatus.h"
 #include "receiver/HostClock.h"
 
-#include <gst/rtp/gstrtcpbuffer.h>
-#include <gst/rtp/gstrtpbuffer.h>
+#include <gio/gio.h>
 #include <gst/rtsp/rtsp.h>
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <atomic>
+#include <condition_variable>
 #include <cstring>
 #include <map>
 #include <mutex>
 #include <string>
 #include <utility>
+#include <vector>
 
 namespace camclock::app {
 namespace {
 
-// ---- packets
-// ------------------------------------------------------------------------------------------------------
+/// A camera may send us on some times; more is a loop, which GStreamer would follow for ever.
+constexpr int kMostDescribes = 8;
 
-void TakeRtp(GstBuffer* buffer, TimePoint arrival, StreamSession& session) {
-    GstRTPBuffer rtp = GST_RTP_BUFFER_INIT;
-    if (gst_rtp_buffer_map(buffer, GST_MAP_READ, &rtp) == FALSE)
-        return;  // no RTP packet
-    receiver::RtpPacket packet;
-    packet.RTP_ts = gst_rtp_buffer_get_timestamp(&rtp);
-    packet.SSRC = gst_rtp_buffer_get_ssrc(&rtp);
-    packet.seqnum = gst_rtp_buffer_get_seq(&rtp);
-    packet.marker = gst_rtp_buffer_get_marker(&rtp) != FALSE;
-    packet.payload = static_cast<const std::uint8_t*>(gst_rtp_buffer_get_payload(&rtp));
-    packet.size = gst_rtp_buffer_get_payload_len(&rtp);
-    packet.TOR_host = arrival;
-    session.OnPacket(packet);
-    gst_rtp_buffer_unmap(&rtp);
-}
+/// The door between one connection and one stream: shut when the connection is closed, so that what a dying
+/// pipeline still delivers no longer reaches the stream.
+class Gate {
+public:
+    explicit Gate(std::shared_ptr<StreamSession> stream)
+        : stream_(std::move(stream)) {}
 
-void TakeRtcp(GstBuffer* buffer, TimePoint arrival, StreamSession& session) {
-    if (gst_rtcp_buffer_validate_reduced(buffer) == FALSE)
-        return;
-    GstRTCPBuffer rtcp = GST_RTCP_BUFFER_INIT;
-    if (gst_rtcp_buffer_map(buffer, GST_MAP_READ, &rtcp) == FALSE)
-        return;
-    GstRTCPPacket packet;
-    for (gboolean more = gst_rtcp_buffer_get_first_packet(&rtcp, &packet); more != FALSE;
-         more = gst_rtcp_packet_move_to_next(&packet)) {
-        if (gst_rtcp_packet_get_type(&packet) != GST_RTCP_TYPE_SR)
-            continue;
-        receiver::SenderReport report;
-        gst_rtcp_packet_sr_get_sender_info(&packet, &report.SSRC, &report.NTP, &report.RTP_ts, nullptr,
-                                           nullptr);
-        session.OnSenderReport(report, arrival);
+    void FeedRtp(const guint8* data, gsize size, TimePoint arrival) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (stream_)
+            stream_->FeedRtp(data, size, arrival);
     }
-    gst_rtcp_buffer_unmap(&rtcp);
+
+    void FeedRtcp(const guint8* data, gsize size, TimePoint arrival) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        if (stream_)
+            stream_->FeedRtcp(data, size, arrival);
+    }
+
+    void Shut() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        stream_.reset();
+    }
+
+private:
+    std::mutex mutex_;
+    std::shared_ptr<StreamSession> stream_;
+};
+
+using Feed = void (Gate::*)(const guint8*, gsize, TimePoint);
+
+template <Feed feed>
+void Take(GstBuffer* buffer, TimePoint arrival, Gate& gate) {
+    GstMapInfo map;
+    if (gst_buffer_map(buffer, &map, GST_MAP_READ) == FALSE)
+        return;
+    (gate.*feed)(map.data, map.size, arrival);
+    gst_buffer_unmap(buffer, &map);
 }
 
-/// Hands each buffer on its way through a pad to `Take`, with the time of its arrival.
-template <void (*Take)(GstBuffer*, TimePoint, StreamSession&)>
-GstPadProbeReturn OnBuffer(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer session) {
+/// Feeds each buffer on its way through a pad, with the time of its arrival.
+template <Feed feed>
+GstPadProbeReturn OnBuffer(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
     const TimePoint arrival = receiver::HostClock::Now();  // before anything else
-    StreamSession& stream = **static_cast<std::shared_ptr<StreamSession>*>(session);
+    Gate& gate = **static_cast<std::shared_ptr<Gate>*>(data);
     if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) != 0) {
         GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
         for (guint i = 0; i < gst_buffer_list_length(list); ++i)
-            Take(gst_buffer_list_get(list, i), arrival, stream);
+            Take<feed>(gst_buffer_list_get(list, i), arrival, gate);
     } else {
-        Take(GST_PAD_PROBE_INFO_BUFFER(info), arrival, stream);
+        Take<feed>(GST_PAD_PROBE_INFO_BUFFER(info), arrival, gate);
     }
     return GST_PAD_PROBE_OK;
 }
 
-template <void (*Take)(GstBuffer*, TimePoint, StreamSession&)>
-void Watch(GstPad* pad, std::shared_ptr<StreamSession> session) {
+template <Feed feed>
+void Watch(GstPad* pad, std::shared_ptr<Gate> gate) {
     constexpr auto kBuffers =
         static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
-    gst_pad_add_probe(pad, kBuffers, &OnBuffer<Take>, new std::shared_ptr<StreamSession>(std::move(session)),
-                      [](gpointer data) { delete static_cast<std::shared_ptr<StreamSession>*>(data); });
+    gst_pad_add_probe(pad, kBuffers, &OnBuffer<feed>, new std::shared_ptr<Gate>(std::move(gate)),
+                      [](gpointer data) { delete static_cast<std::shared_ptr<Gate>*>(data); });
 }
 
 /// The number behind `prefix` in a pad's name, or -1.
@@ -88,30 +97,68 @@ int SessionNumber(const gchar* name, const char* prefix) {
     return static_cast<int>(g_ascii_strtoull(name + length, nullptr, 10));
 }
 
-std::optional<receiver::Codec> CodecOf(const char* encodingName) {
-    if (g_ascii_strcasecmp(encodingName, "H264") == 0)
-        return receiver::Codec::kH264;
-    if (g_ascii_strcasecmp(encodingName, "MP4V-ES") == 0)
-        return receiver::Codec::kMpeg4Visual;
-    return std::nullopt;
+std::string Field(const GstStructure& structure, const char* name) {
+    const gchar* text = gst_structure_get_string(&structure, name);
+    return text == nullptr ? "" : text;
+}
+
+bool IsUdpSource(GstElement* element) {
+    GstElementFactory* factory = gst_element_get_factory(element);
+    return factory != nullptr &&
+           std::strcmp(gst_plugin_feature_get_name(GST_PLUGIN_FEATURE(factory)), "udpsrc") == 0;
+}
+
+/// What a message of the bus tells about an error.
+struct BusError {
+    GQuark domain = 0;
+    int code = 0;
+    std::string text;
+    unsigned int status = 0;  // the camera's RTSP status code; 0: it did not answer with one
+    std::string reason;
+};
+
+BusError ReadError(GstMessage* message) {
+    GError* raw = nullptr;
+    gst_message_parse_error(message, &raw, nullptr);
+    const ErrorOwner error(raw);
+    BusError result{error->domain, error->code, error->message, 0, ""};
+    const GstStructure* details = nullptr;
+    gst_message_parse_error_details(message, &details);
+    if (details != nullptr) {
+        guint status = 0;
+        if (gst_structure_get_uint(details, "rtsp-status-code", &status) != FALSE)
+            result.status = status;
+        result.reason = Field(*details, "rtsp-status-reason");
+    }
+    return result;
 }
 
 }  // namespace
 
 struct RtspReceiver::Pipeline {
-    SessionMaker makeSession;
-    Transport transport = Transport::kAuto;
+    StreamUrl url;
+    ConnectionSettings settings;
+    Taker taker;
     GstOwner<GstElement> pipeline;
     GstOwner<GstBus> bus;
     GstElement* source = nullptr;  // the pipeline's
+    GstOwner<GCancellable> cancel{g_cancellable_new()};
+    std::atomic<int> udpSources{0};
 
-    std::mutex mutex;  // guards what GStreamer's threads write below
-    std::map<int, std::shared_ptr<StreamSession>> sessions;
-    bool described = false;  // the camera has described its streams
-    bool videoOffered = false;
-    std::string unsupportedCodec;  // of a video stream that was turned down
+    std::mutex mutex;  // guards what GStreamer's threads and the worker write below
+    std::condition_variable shut;
+    std::map<int, std::shared_ptr<Gate>> gates;
+    std::vector<std::string> taken;  // kinds of media that have a stream
+    bool closed = false;
+    bool described = false;        // the camera has described its streams
+    int describes = 0;             // requests for that
+    std::optional<Failure> found;  // by the worker
+    bool looking = false;          // the worker is asked why there is no connection
 
-    Failure Explain(const GError& error);
+    Pipeline(const StreamUrl& from, const ConnectionSettings& with, Taker wanted);
+    void Configure();
+    Failure Explain(const BusError& error);
+    void Shut();
 
     // ---- GStreamer's callbacks, on its threads ----
 
@@ -119,9 +166,11 @@ struct RtspReceiver::Pipeline {
         auto& self = *static_cast<Pipeline*>(data);
         const std::lock_guard<std::mutex> guard(self.mutex);
         self.described = true;
-        self.videoOffered = false;
-        self.unsupportedCodec.clear();
-        self.sessions.clear();
+        self.describes = 0;
+        for (auto& gate : self.gates)
+            gate.second->Shut();
+        self.gates.clear();
+        self.taken.clear();
     }
 
     static gboolean OnSelectStream(GstElement* /*source*/, guint number, GstCaps* caps, gpointer data) {
@@ -129,40 +178,53 @@ struct RtspReceiver::Pipeline {
         return self.Select(static_cast<int>(number), *gst_caps_get_structure(caps, 0)) ? TRUE : FALSE;
     }
 
+    /// The first stream of each kind that is wanted.
     bool Select(int number, const GstStructure& stream) {
-        const gchar* media = gst_structure_get_string(&stream, "media");
-        const gchar* encoding = gst_structure_get_string(&stream, "encoding-name");
-        if (media == nullptr || encoding == nullptr || std::strcmp(media, "video") != 0)
-            return false;
         const std::lock_guard<std::mutex> guard(mutex);
-        videoOffered = true;
-        const std::optional<receiver::Codec> codec = CodecOf(encoding);
-        if (!codec) {
-            unsupportedCodec = encoding;
+        const receiver::Format format = FormatOf(stream);
+        if (closed || std::find(taken.begin(), taken.end(), format.media) != taken.end())
             return false;
-        }
-        if (!sessions.empty())
-            return false;  // one video stream a URL: the first that is understood
-        StreamFormat format;
-        format.codec = *codec;
-        gint clockRate = 0;
-        if (gst_structure_get_int(&stream, "clock-rate", &clockRate) != FALSE && clockRate > 0)
-            format.clockRate = static_cast<std::uint32_t>(clockRate);
-        const gchar* headers = gst_structure_get_string(
-            &stream, *codec == receiver::Codec::kH264 ? "sprop-parameter-sets" : "config");
-        if (headers != nullptr)
-            format.headers = headers;
-        const std::shared_ptr<StreamSession> session = makeSession(format);
-        sessions[number] = session;
-        // A size beside the headers, for a stream whose headers tell none.
-        for (const char* field : {"a-framesize", "a-x-dimensions"}) {
-            const gchar* text = gst_structure_get_string(&stream, field);
-            if (const auto size = text == nullptr ? std::nullopt : receiver::SizeOfText(text)) {
-                session->OnCaps(size->width, size->height);
-                break;
-            }
-        }
+        std::shared_ptr<StreamSession> wanted = taker(format);
+        if (!wanted)
+            return false;
+        gates[number] = std::make_shared<Gate>(std::move(wanted));
+        taken.push_back(format.media);
         return true;
+    }
+
+    static receiver::Format FormatOf(const GstStructure& stream) {
+        receiver::Format format;
+        format.media = Field(stream, "media");
+        format.encoding = Field(stream, "encoding-name");
+        gint number = 0;
+        if (gst_structure_get_int(&stream, "clock-rate", &number) != FALSE && number > 0)
+            format.clockRate_Hz = static_cast<std::uint32_t>(number);
+        if (g_ascii_strcasecmp(format.encoding.c_str(), "H264") == 0) {
+            format.codec = receiver::Codec::kH264;
+            format.headers = Field(stream, "sprop-parameter-sets");
+        } else if (g_ascii_strcasecmp(format.encoding.c_str(), "MP4V-ES") == 0) {
+            format.codec = receiver::Codec::kMpeg4Visual;
+            format.headers = Field(stream, "config");
+        }
+        return format;
+    }
+
+    /// Counts what is asked for. Beyond the most that a camera may send us on, the request waits until the
+    /// owner, who is told by `Poll`, has closed the connection: a loop costs nothing.
+    static gboolean OnBeforeSend(GstElement* /*source*/, GstRTSPMessage* message, gpointer data) {
+        auto& self = *static_cast<Pipeline*>(data);
+        GstRTSPMethod method = GST_RTSP_INVALID;
+        gst_rtsp_message_parse_request(message, &method, nullptr, nullptr);
+        if (method != GST_RTSP_DESCRIBE)
+            return TRUE;
+        std::unique_lock<std::mutex> lock(self.mutex);
+        if (++self.describes <= kMostDescribes)
+            return TRUE;
+        self.found = Failure{ExitCode::kRefused,
+                             fmt::format("the camera sends us in circles: {} redirections", kMostDescribes),
+                             "ask the camera's manual for the right URL"};
+        self.shut.wait(lock, [&self] { return self.closed; });
+        return TRUE;
     }
 
     static void OnNewManager(GstElement* /*source*/, GstElement* manager, gpointer data) {
@@ -175,13 +237,13 @@ struct RtspReceiver::Pipeline {
         const int rtp = SessionNumber(name.get(), "recv_rtp_sink_");
         const int rtcp = SessionNumber(name.get(), "recv_rtcp_sink_");
         const std::lock_guard<std::mutex> guard(self.mutex);
-        const auto found = self.sessions.find(rtp >= 0 ? rtp : rtcp);
-        if (found == self.sessions.end())
+        const auto found = self.gates.find(rtp >= 0 ? rtp : rtcp);
+        if (found == self.gates.end())
             return;
         if (rtp >= 0)
-            Watch<TakeRtp>(pad, found->second);
+            Watch<&Gate::FeedRtp>(pad, found->second);
         else
-            Watch<TakeRtcp>(pad, found->second);
+            Watch<&Gate::FeedRtcp>(pad, found->second);
     }
 
     /// What leaves the source has been seen already: it is thrown away.
@@ -194,17 +256,37 @@ struct RtspReceiver::Pipeline {
         gst_pad_link(pad, sinkPad.get());
         gst_element_sync_state_with_parent(sink);
     }
+
+    static void OnElementAdded(GstBin* /*source*/, GstElement* element, gpointer data) {
+        if (IsUdpSource(element))
+            ++static_cast<Pipeline*>(data)->udpSources;
+    }
+
+    static void OnElementRemoved(GstBin* /*source*/, GstElement* element, gpointer data) {
+        if (IsUdpSource(element))
+            --static_cast<Pipeline*>(data)->udpSources;
+    }
 };
 
-RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, SessionMaker makeSession)
-    : pipeline_(std::make_unique<Pipeline>()) {
-    Pipeline& p = *pipeline_;
-    p.makeSession = std::move(makeSession);
-    p.transport = settings.transport;
-    p.pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
-    p.bus.reset(gst_element_get_bus(p.pipeline.get()));
-    p.source = gst_element_factory_make("rtspsrc", nullptr);
+RtspReceiver::Pipeline::Pipeline(const StreamUrl& from, const ConnectionSettings& with, Taker wanted)
+    : url(from)
+    , settings(with)
+    , taker(std::move(wanted)) {
+    pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
+    bus.reset(gst_element_get_bus(pipeline.get()));
+    source = gst_element_factory_make("rtspsrc", nullptr);
+    Configure();
+    g_signal_connect(source, "before-send", G_CALLBACK(&Pipeline::OnBeforeSend), this);
+    g_signal_connect(source, "on-sdp", G_CALLBACK(&Pipeline::OnSdp), this);
+    g_signal_connect(source, "select-stream", G_CALLBACK(&Pipeline::OnSelectStream), this);
+    g_signal_connect(source, "new-manager", G_CALLBACK(&Pipeline::OnNewManager), this);
+    g_signal_connect(source, "pad-added", G_CALLBACK(&Pipeline::OnSourcePad), this);
+    g_signal_connect(source, "element-added", G_CALLBACK(&Pipeline::OnElementAdded), this);
+    g_signal_connect(source, "element-removed", G_CALLBACK(&Pipeline::OnElementRemoved), this);
+    gst_bin_add(GST_BIN(pipeline.get()), source);
+}
 
+void RtspReceiver::Pipeline::Configure() {
     constexpr auto kUdp = GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_UDP_MCAST;
     const int protocols = settings.transport == Transport::kUdp   ? kUdp
                           : settings.transport == Transport::kTcp ? GST_RTSP_LOWER_TRANS_TCP
@@ -214,88 +296,115 @@ RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& setti
         static_cast<guint64>(std::chrono::microseconds(2 * settings.connectTimeOut).count());
     // Nothing is played: no jitter buffer, no retransmission. A closed connection is reported, not opened
     // anew behind our back.
-    g_object_set(p.source, "location", url.location.c_str(), "protocols", protocols, "latency", 0U,
+    g_object_set(source, "location", url.location.c_str(), "protocols", protocols, "latency", 0U,
                  "do-retransmission", FALSE, "udp-reconnect", FALSE, "tcp-timeout", connectTimeOut_us,
                  nullptr);
     if (!url.user.empty())
-        g_object_set(p.source, "user-id", url.user.c_str(), "user-pw", url.password.c_str(), nullptr);
-
-    g_signal_connect(p.source, "on-sdp", G_CALLBACK(&Pipeline::OnSdp), &p);
-    g_signal_connect(p.source, "select-stream", G_CALLBACK(&Pipeline::OnSelectStream), &p);
-    g_signal_connect(p.source, "new-manager", G_CALLBACK(&Pipeline::OnNewManager), &p);
-    g_signal_connect(p.source, "pad-added", G_CALLBACK(&Pipeline::OnSourcePad), &p);
-    gst_bin_add(GST_BIN(p.pipeline.get()), p.source);
+        g_object_set(source, "user-id", url.user.c_str(), "user-pw", url.password.c_str(), nullptr);
+    if (!settings.tlsCaFile.empty()) {
+        const GstOwner<GTlsDatabase> database(g_tls_file_database_new(settings.tlsCaFile.c_str(), nullptr));
+        if (database)
+            g_object_set(source, "tls-database", database.get(), nullptr);
+    }
+    if (settings.tlsInsecure)
+        g_object_set(source, "tls-validation-flags", 0, nullptr);
 }
 
+void RtspReceiver::Pipeline::Shut() {
+    const std::lock_guard<std::mutex> guard(mutex);
+    closed = true;
+    for (auto& gate : gates)
+        gate.second->Shut();
+    gates.clear();
+    taker = nullptr;
+    g_cancellable_cancel(cancel.get());
+    shut.notify_all();
+}
+
+RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, Worker& worker,
+                           Taker taker)
+    : pipeline_(std::make_shared<Pipeline>(url, settings, std::move(taker)))
+    , worker_(worker) {}
+
 RtspReceiver::~RtspReceiver() {
-    gst_element_set_state(pipeline_->pipeline.get(), GST_STATE_NULL);
+    Close();
 }
 
 void RtspReceiver::Start() {
-    gst_element_set_state(pipeline_->pipeline.get(), GST_STATE_PLAYING);
+    worker_.Post([p = pipeline_] { gst_element_set_state(p->pipeline.get(), GST_STATE_PLAYING); });
+}
+
+void RtspReceiver::Close() {
+    if (!pipeline_)
+        return;
+    pipeline_->Shut();
+    worker_.Post([p = std::move(pipeline_)] { gst_element_set_state(p->pipeline.get(), GST_STATE_NULL); });
+    pipeline_.reset();
+}
+
+const char* RtspReceiver::Road() const {
+    if (!pipeline_)
+        return "";
+    const std::lock_guard<std::mutex> guard(pipeline_->mutex);
+    if (!pipeline_->described)
+        return "";
+    return pipeline_->udpSources > 0 ? "udp" : "tcp";
 }
 
 std::optional<Failure> RtspReceiver::Poll() {
-    std::optional<Failure> failure;
-    while (!failure) {
-        const MessageOwner message(gst_bus_pop(pipeline_->bus.get()));
+    if (!pipeline_)
+        return std::nullopt;
+    Pipeline& p = *pipeline_;
+    for (;;) {
+        const std::lock_guard<std::mutex> guard(p.mutex);
+        if (p.found || p.looking)
+            return p.found;
+        const MessageOwner message(gst_bus_pop(p.bus.get()));
         if (!message)
-            break;
+            return std::nullopt;
         switch (GST_MESSAGE_TYPE(message.get())) {
         case GST_MESSAGE_ERROR: {
-            GError* raw = nullptr;
-            gst_message_parse_error(message.get(), &raw, nullptr);
-            const ErrorOwner error(raw);
-            failure = pipeline_->Explain(*error);
+            const BusError error = ReadError(message.get());
+            if (p.described || error.status != 0)
+                return p.Explain(error);
+            p.looking = true;
+            worker_.Post([shared = pipeline_] {
+                Failure found = ExplainConnection(shared->url, shared->settings, shared->cancel.get());
+                const std::lock_guard<std::mutex> lock(shared->mutex);
+                shared->found = std::move(found);
+            });
             break;
         }
         case GST_MESSAGE_EOS:
-            failure = Failure{ExitCode::kStreamLost, "stream lost: the camera ended it",
-                              "look whether the camera restarted, or use --reconnect"};
-            break;
+            return Failure{ExitCode::kStreamLost, "stream lost: the camera ended it",
+                           "look whether the camera restarted, or use --reconnect"};
         default: break;
         }
     }
-    return failure;
 }
 
-Failure RtspReceiver::Pipeline::Explain(const GError& error) {
-    const std::lock_guard<std::mutex> guard(mutex);
-    if (described && sessions.empty()) {
-        if (!videoOffered)
-            return {ExitCode::kNoVideo, "no video: the camera describes no video stream at this path",
-                    "ask the camera's manual for the path of its video"};
-        return {
-            ExitCode::kUnsupportedCodec,
-            fmt::format("unsupported codec: the video is {}, not H.264 or MPEG-4 Visual", unsupportedCodec),
-            "set the camera's stream to H.264"};
-    }
-    if (error.domain == GST_RESOURCE_ERROR) {
-        switch (error.code) {
-        case GST_RESOURCE_ERROR_NOT_AUTHORIZED:
-            return {ExitCode::kUnauthorised, "unauthorised: the camera refuses these credentials",
-                    "give them with --user NAME and the password in CAMCLOCK_PASSWORD"};
-        case GST_RESOURCE_ERROR_NOT_FOUND:
-            return {ExitCode::kNotFound, "not found: the camera has no stream at this path",
-                    "ask the camera's manual for the path of its video"};
-        case GST_RESOURCE_ERROR_OPEN_READ:
-        case GST_RESOURCE_ERROR_OPEN_WRITE:
-        case GST_RESOURCE_ERROR_OPEN_READ_WRITE:
-            if (!described)
-                return {ExitCode::kNotReachable,
-                        "no connection: refused, no way to the camera, or its name is unknown",
-                        "check the host and the port of the URL"};
-            break;
-        default: break;
-        }
-        if (!described)
-            return {ExitCode::kNotReachable, "no connection: the host does not answer as an RTSP server",
-                    "check the host and the port of the URL"};
-    }
-    if (described)
-        return {ExitCode::kStreamLost, fmt::format("stream lost: {}", error.message),
-                "look whether the camera restarted, or use --reconnect"};
-    return {ExitCode::kInternalError, error.message, ""};
+/// With the lock held.
+Failure RtspReceiver::Pipeline::Explain(const BusError& error) {
+    if (error.status != 0)
+        return FailureOfStatus(error.status, error.reason);
+    if (gates.empty())
+        return {ExitCode::kNoVideo, "no video: the camera describes no video stream at this path",
+                "ask the camera's manual for the path of its video"};
+    return {ExitCode::kStreamLost, fmt::format("stream lost: {}", error.text),
+            "look whether the camera restarted, or use --reconnect"};
+}
+
+std::optional<Failure> CheckTls(const ConnectionSettings& settings) {
+    if (settings.tlsCaFile.empty())
+        return std::nullopt;
+    GError* raw = nullptr;
+    const GstOwner<GTlsDatabase> database(g_tls_file_database_new(settings.tlsCaFile.c_str(), &raw));
+    if (database)
+        return std::nullopt;
+    const ErrorOwner error(raw);
+    return Failure{ExitCode::kUsage,
+                   fmt::format("cannot read the certificates in {}: {}", settings.tlsCaFile, error->message),
+                   "--tls-ca takes a file with certificates in PEM"};
 }
 
 namespace {

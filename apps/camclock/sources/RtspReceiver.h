@@ -1,44 +1,43 @@
 #pragma once
 
-#include "apps/camclock/Failure.h"
-#include "apps/camclock/sources/StreamSession.h"
+#include "apps/camclock/sources/PacketSource.h"
 #include "apps/camclock/sources/StreamUrl.h"
 #include "apps/camclock/sources/WatchSettings.h"
+#include "apps/camclock/sources/Worker.h"
 
-#include <functional>
 #include <memory>
 #include <optional>
 
 namespace camclock::app {
 
 /// One connection to one camera, through GStreamer: it takes every RTP and RTCP packet at its arrival, before
-/// any buffering, and hands it to the stream's session.
+/// any buffering, and hands it to the stream that it belongs to.
 ///
-/// Packets arrive on GStreamer's threads; everything else is for one owning thread. The destructor closes the
-/// connection and returns when no packet is under way any more.
-class RtspReceiver {
+/// Starting and ending, which wait for the camera, are `worker`'s jobs, in the order of the connections that
+/// share it; it must outlive them.
+class RtspReceiver : public PacketSource {
 public:
-    /// Makes the session of a stream. It is called on a thread of GStreamer, once for each connection.
-    using SessionMaker = std::function<std::shared_ptr<StreamSession>(const StreamFormat&)>;
-
-    RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, SessionMaker makeSession);
-    ~RtspReceiver();
+    RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, Worker& worker, Taker taker);
+    ~RtspReceiver() override;
 
     RtspReceiver(const RtspReceiver&) = delete;
     RtspReceiver& operator=(const RtspReceiver&) = delete;
 
-    /// Starts to connect and returns; what goes wrong is told by `Poll`.
-    void Start();
-
-    /// Why the connection has ended, if it has. Does not wait.
-    std::optional<Failure> Poll();
+    void Start() override;
+    std::optional<Failure> Poll() override;
+    const char* Road() const override;
+    void Close() override;
 
 private:
     struct Pipeline;
-    std::unique_ptr<Pipeline> pipeline_;
+    std::shared_ptr<Pipeline> pipeline_;  // shared with the worker's jobs
+    Worker& worker_;
 };
 
 /// Starts GStreamer; tells which of the plug-ins that a receiver needs are missing.
 std::optional<Failure> PrepareGstreamer();
+
+/// Reads the certificates of `--tls-ca`; to be called with GStreamer started.
+std::optional<Failure> CheckTls(const ConnectionSettings& settings);
 
 }  // namespace camclock::app

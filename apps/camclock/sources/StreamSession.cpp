@@ -1,12 +1,15 @@
 #include "apps/camclock/sources/StreamSession.h"
 
+#include "receiver/RtcpReader.h"
+#include "receiver/RtpReader.h"
+
 #include <camclock/TimeFilter.h>
 
 #include <utility>
 
 namespace camclock::app {
 
-StreamSession::StreamSession(TimeFilter& camera, std::string streamId, const StreamFormat& format,
+StreamSession::StreamSession(TimeFilter& camera, std::string streamId, const receiver::Format& format,
                              TimingSettings settings, Consumer consumer)
     : camera_(camera)
     , streamId_(std::move(streamId))
@@ -26,6 +29,21 @@ void StreamSession::_StartInstance() {
     instance_->DoEstimation(settings_.estimation);
     instance_->EnableTimeOutCheck(true);
     rtcpSync_ = false;
+}
+
+void StreamSession::FeedRtp(const void* datagram, std::size_t size, TimePoint arrival) {
+    auto packet = receiver::ReadRtp(static_cast<const std::uint8_t*>(datagram), size);
+    if (!packet)
+        return;
+    packet->TOR_host = arrival;
+    OnPacket(*packet);
+}
+
+void StreamSession::FeedRtcp(const void* datagram, std::size_t size, TimePoint arrival) {
+    receiver::RtcpContents contents;
+    receiver::ReadRtcp(static_cast<const std::uint8_t*>(datagram), size, contents);
+    for (const receiver::SenderReport& report : contents.reports)
+        OnSenderReport(report, arrival);
 }
 
 void StreamSession::OnPacket(const receiver::RtpPacket& packet) {
@@ -52,8 +70,8 @@ void StreamSession::OnSenderReport(const receiver::SenderReport& report, TimePoi
     sync->SyncNTPlsw = static_cast<std::uint32_t>(report.NTP);
     instance_->UpdateSyncInfo(std::move(sync));
     rtcpSync_ = true;
-    ++reports_;
-    lastReport_host_ = arrival;
+    ++counts_.reports;
+    counts_.lastReport_host = arrival;
 }
 
 std::optional<receiver::PictureFormat> StreamSession::Picture() {
@@ -61,9 +79,13 @@ std::optional<receiver::PictureFormat> StreamSession::Picture() {
     return headers_.Picture();
 }
 
-void StreamSession::OnCaps(unsigned int width, unsigned int height) {
+receiver::Statistics StreamSession::Snapshot() {
     const std::lock_guard<std::mutex> guard(mutex_);
-    headers_.TakeFallback(width, height);
+    counts_.lost = assembler_.LostPackets();
+    counts_.late = assembler_.LatePackets();
+    counts_.D = camera_.GetD();
+    counts_.D_uncert = camera_.GetD_uncert();
+    return counts_;
 }
 
 bool StreamSession::ArrivalIsOk() {
@@ -84,7 +106,7 @@ void StreamSession::_OnFrame(const Frame& frame) {
 
     auto timing = std::make_shared<TimingData>();
     timing->RTP_ts = frame.RTP_ts;
-    timing->RTPFreq = format_.clockRate;
+    timing->RTPFreq = format_.clockRate_Hz;
     timing->RTPSeqnum = frame.seqnum;
     timing->SSRC = frame.SSRC;
     timing->LiveTOR_tv_sec = static_cast<std::int32_t>(seconds.count());
@@ -93,20 +115,25 @@ void StreamSession::_OnFrame(const Frame& frame) {
     timing->TOR_host = frame.TOR_host;
     instance_->UpdateTiming(std::move(timing), frame.type);
 
-    FrameRow row;
-    row.frame = frame;
+    receiver::Frame row;
+    row.arrived_host = frame.TOR_host;
     // Asked only with reports at hand: without, the library would count and log one more fallback.
-    row.TOC_cam =
-        rtcpSync_ ? instance_->GetTOC_Cam(frame.RTP_ts, format_.clockRate, frame.TOR_host) : frame.TOR_host;
-    row.TOC_host = instance_->GetCurrentTOC_Host();
-    row.trust = instance_->GetCurrentEstimationQuality();
-    row.stablePts = instance_->GetCurrentStablePTS();
-    row.rtcpSync = rtcpSync_;
+    row.captured_cam = rtcpSync_ ? instance_->GetTOC_Cam(frame.RTP_ts, format_.clockRate_Hz, frame.TOR_host)
+                                 : frame.TOR_host;
+    row.captured_host = instance_->GetCurrentTOC_Host();
+    row.median_host = row.captured_host;
+    row.trust = !rtcpSync_ ? receiver::Trust::kArrivalOnly
+                : instance_->GetCurrentEstimationQuality() == MediaPacket::kTrustGood
+                    ? receiver::Trust::kGood
+                    : receiver::Trust::kReplaced;
+    row.pts = instance_->GetCurrentStablePTS();
     row.D = camera_.GetD();
-    row.D_uncert = camera_.GetD_uncert();
-    row.reports = reports_;
-    row.lastReport_host = lastReport_host_;
-    row.lostPackets = assembler_.LostPackets();
+    row.rtp_ts = frame.RTP_ts;
+    row.ssrc = frame.SSRC;
+    row.seq = frame.seqnum;
+    row.type = frame.type;
+    row.packets = frame.packets;
+    row.bytes = frame.bytes;
     consumer_(row);
 }
 

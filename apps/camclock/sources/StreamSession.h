@@ -7,6 +7,7 @@
 #include "receiver/RtpPacket.h"
 
 #include <camclock/TimeFilterInstance.h>
+#include <camclock/receiver/Format.h>
 
 #include <chrono>
 #include <cstdint>
@@ -22,13 +23,6 @@ class TimeFilter;
 
 namespace camclock::app {
 
-/// What the description of a stream tells (SDP).
-struct StreamFormat {
-    receiver::Codec codec = receiver::Codec::kH264;
-    std::uint32_t clockRate = 90'000;  ///< RTP clock, Hz
-    std::string headers;               ///< sprop-parameter-sets, or config; may be empty
-};
-
 /// The road from packets to results for one stream: packets become frames, each frame makes one
 /// `UpdateTiming` call with the arrival of its first packet as time of reception, each sender report one
 /// `UpdateSyncInfo` call, and each frame leaves as one row.
@@ -41,11 +35,13 @@ struct StreamFormat {
 /// neither wait nor call back.
 class StreamSession {
 public:
-    using Consumer = std::function<void(const FrameRow&)>;
+    using Consumer = std::function<void(const receiver::Frame&)>;
 
-    StreamSession(TimeFilter& camera, std::string streamId, const StreamFormat& format,
+    StreamSession(TimeFilter& camera, std::string streamId, const receiver::Format& format,
                   TimingSettings settings, Consumer consumer);
 
+    void FeedRtp(const void* datagram, std::size_t size, TimePoint arrival);
+    void FeedRtcp(const void* datagram, std::size_t size, TimePoint arrival);
     void OnPacket(const receiver::RtpPacket& packet);
     void OnSenderReport(const receiver::SenderReport& report, TimePoint arrival);
 
@@ -54,13 +50,12 @@ public:
 
     void SetMeanLatency(std::chrono::milliseconds meanLatency);
 
-    const StreamFormat& Format() const { return format_; }
+    const receiver::Format& Format() const { return format_; }
 
     /// What the pictures are like, as far as the stream's headers have told.
     std::optional<receiver::PictureFormat> Picture();
 
-    /// The size that GStreamer's caps tell, for a stream whose headers tell none.
-    void OnCaps(unsigned int width, unsigned int height);
+    receiver::Statistics Snapshot();
 
 private:
     void _StartInstance();
@@ -68,7 +63,7 @@ private:
 
     TimeFilter& camera_;
     const std::string streamId_;
-    const StreamFormat format_;
+    const receiver::Format format_;
     TimingSettings settings_;
     Consumer consumer_;
 
@@ -78,9 +73,8 @@ private:
     FrameAssembler assembler_;
     bool anyPacket_ = false;
     std::uint32_t SSRC_ = 0;
-    std::uint64_t reports_ = 0;
     bool rtcpSync_ = false;
-    TimePoint lastReport_host_ = kNotYetSet;
+    receiver::Statistics counts_;
 };
 
 }  // namespace camclock::app

@@ -36,8 +36,9 @@ struct ConnectionSettings {
     bool reconnect = false;
     std::chrono::milliseconds firstDelay{1'000};  ///< before the first new attempt; doubles with each
     std::chrono::milliseconds longestDelay{30'000};
+    std::string tlsCaFile;     ///< certificates to trust, PEM; empty: the system's
+    bool tlsInsecure = false;  ///< accept any certificate
+    bool audio = false;        ///< watch the sound beside the picture
 };
-
-enum class OutputFormat { kTable, kCsv, kJson };
 
 }  // namespace camclock::app

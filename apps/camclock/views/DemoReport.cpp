@@ -36,10 +36,10 @@ DemoComparison::DemoComparison(std::string transport, std::optional<std::chrono:
 std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row,
                                                              const TestCamera::Truth& truth) {
     ++result_.frames;
-    if (!row.rtcpSync)
+    if (!row.Synced())
         return std::nullopt;
     if (measuring_) {
-        latencies_ms_.push_back(Milliseconds(row.frame.TOR_host - truth.madeAt_host));
+        latencies_ms_.push_back(Milliseconds(row.frame.arrived_host - truth.madeAt_host));
         if (latencies_ms_.size() < kMeasured)
             return std::nullopt;
         measuring_ = false;
@@ -52,12 +52,12 @@ std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row
         return std::nullopt;
     }
     ++result_.compared;
-    camclock_ms_.push_back(std::abs(Milliseconds(row.TOC_host - truth.madeAt_host)));
-    reception_ms_.push_back(std::abs(Milliseconds(row.frame.TOR_host - truth.madeAt_host)));
-    camera_ms_.push_back(std::abs(Milliseconds(row.TOC_cam - truth.madeAt_host)));
-    if (row.trust == MediaPacket::kTrustGood)
+    camclock_ms_.push_back(std::abs(Milliseconds(row.frame.captured_host - truth.madeAt_host)));
+    reception_ms_.push_back(std::abs(Milliseconds(row.frame.arrived_host - truth.madeAt_host)));
+    camera_ms_.push_back(std::abs(Milliseconds(row.frame.captured_cam - truth.madeAt_host)));
+    if (row.frame.trust == receiver::Trust::kGood)
         ++good_;
-    result_.D_found_ms = static_cast<double>(row.D.count());
+    result_.D_found_ms = static_cast<double>(row.frame.D.count());
     result_.D_true_ms = Milliseconds(truth.madeAt_host - truth.madeAt_cam);
     return std::nullopt;
 }

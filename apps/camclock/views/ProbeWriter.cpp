@@ -1,28 +1,12 @@
 #include "apps/camclock/views/ProbeWriter.h"
 
-#include "apps/camclock/views/FrameWriter.h"
+#include "apps/camclock/views/FrameColumns.h"
+#include "apps/camclock/views/FrameText.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 namespace camclock::app {
-namespace {
-
-/// A field with a comma, quote or line end stands in quotes (RFC 4180, 2).
-std::string CsvField(const std::string& text) {
-    if (text.find_first_of(",\"\r\n") == std::string::npos)
-        return text;
-    std::string field = "\"";
-    for (const char c : text) {
-        field += c;
-        if (c == '"')
-            field += c;
-    }
-    return field + '"';
-}
-
-}  // namespace
-
 std::string ProbeTableHeader(std::size_t width) {
     return fmt::format("{:<{}}  {:<24}  {:>16}  {:>9}  {:>9}", "host", width, "measured UTC",
                        "host-camera ms", "±rtt/2 ms", "trust ±ms");

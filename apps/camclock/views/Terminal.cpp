@@ -1,7 +1,9 @@
 #include "apps/camclock/views/Terminal.h"
 
+#include "apps/camclock/views/Output.h"
+
 #include <csignal>
-#include <cstdio>
+#include <cstdlib>
 
 #ifdef _WIN32
 #include <io.h>
@@ -9,14 +11,11 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <cstring>
 #endif
 
 namespace camclock::app {
 namespace {
-
-constexpr std::size_t kUsualWidth = 80;
 
 volatile std::sig_atomic_t interrupted = 0;
 
@@ -38,8 +37,8 @@ bool Terminal::IsInteractive() {
     return false;  // a console of Windows may print cursor sequences instead of obeying them
 }
 
-std::size_t Terminal::Width() {
-    return kUsualWidth;
+Terminal::Size Terminal::GetSize() {
+    return {};
 }
 
 #else
@@ -50,11 +49,11 @@ bool Terminal::IsInteractive() {
     return isatty(STDOUT_FILENO) != 0 && kind != nullptr && std::strcmp(kind, "dumb") != 0;
 }
 
-std::size_t Terminal::Width() {
+Terminal::Size Terminal::GetSize() {
     winsize size{};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
-        return kUsualWidth;
-    return size.ws_col;
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0 || size.ws_row == 0)
+        return {};
+    return {size.ws_col, size.ws_row};
 }
 
 #endif
@@ -66,6 +65,12 @@ void Terminal::CatchInterrupts() {
 
 bool Terminal::Interrupted() {
     return interrupted != 0;
+}
+
+void Terminal::EndNow(ExitCode code) {
+    Output::Standard().Finish();
+    Output::Error().Flush(std::chrono::milliseconds(100));
+    std::_Exit(static_cast<int>(code));
 }
 
 }  // namespace camclock::app

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "apps/camclock/Failure.h"
+
 #include <cstddef>
 
 namespace camclock::app {
@@ -10,14 +12,23 @@ public:
     /// Is standard output a terminal that understands cursor sequences?
     static bool IsInteractive();
 
-    /// Its width in columns; 80 when it does not tell.
-    static std::size_t Width();
+    struct Size {
+        std::size_t columns = 80;
+        std::size_t rows = 24;
+    };
+
+    /// Its size; 80 by 24 when it does not tell.
+    static Size GetSize();
 
     /// From now on Ctrl-C and a request to terminate do not end the process but set a flag; a second one ends
     /// it.
     static void CatchInterrupts();
 
     static bool Interrupted();
+
+    /// Ends the process at once, without waiting for anything but what standard output and standard error
+    /// still have to say.
+    [[noreturn]] static void EndNow(ExitCode code);
 };
 
 }  // namespace camclock::app
