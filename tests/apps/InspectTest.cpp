@@ -167,7 +167,7 @@ TEST(Inspect, SessionDescription) {
     std::ofstream(path) << "m=video 0 RTP/AVP 96 97 26\na=rtpmap:96 H264/90000\na=rtpmap:97 MP4V-ES/90000\n"
                            "a=fmtp:97 config=000001B\n";
     const Outcome poor = Inspect({"--sdp", path.string()});
-    EXPECT_EQ(poor.exitCode, 1);
+    EXPECT_EQ(poor.exitCode, 16);
     EXPECT_TRUE(Has(poor.out, "NOT VALID: no sprop-parameter-sets: they may come in band")) << poor.out;
     EXPECT_TRUE(Has(poor.out, "NOT VALID: config is not whole bytes: 7 hexadecimal digits")) << poor.out;
     EXPECT_TRUE(Has(poor.out, "NOT VALID: neither H.264 nor MPEG-4 Visual: a static payload type"))

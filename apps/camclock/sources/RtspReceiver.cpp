@@ -26,6 +26,9 @@ namespace {
 /// A camera may send us on some times; more is a loop, which GStreamer would follow for ever.
 constexpr int kMostDescribes = 8;
 
+/// Without credentials, with them, and once more when the camera finds that they are stale (RFC 2617, 3.3).
+constexpr int kMostTries = 3;
+
 /// The door between one connection and one stream: shut when the connection is closed, so that what a dying
 /// pipeline still delivers no longer reaches the stream.
 class Gate {
@@ -151,6 +154,8 @@ struct RtspReceiver::Pipeline {
     std::vector<std::string> taken;  // kinds of media that have a stream
     bool closed = false;
     bool described = false;        // the camera has described its streams
+    std::string described_uri;     // asked for last
+    int sameDescribes = 0;         // so many times in a row
     int describes = 0;             // requests for that
     std::optional<Failure> found;  // by the worker
     bool looking = false;          // the worker is asked why there is no connection
@@ -209,20 +214,28 @@ struct RtspReceiver::Pipeline {
         return format;
     }
 
-    /// Counts what is asked for. Beyond the most that a camera may send us on, the request waits until the
-    /// owner, who is told by `Poll`, has closed the connection: a loop costs nothing.
+    /// Counts what is asked for. Beyond the most that a camera may send us on, or ask for credentials, the
+    /// request waits until the owner, who is told by `Poll`, has closed the connection: a loop costs nothing,
+    /// and a wrong password does not lock the user out.
     static gboolean OnBeforeSend(GstElement* /*source*/, GstRTSPMessage* message, gpointer data) {
         auto& self = *static_cast<Pipeline*>(data);
         GstRTSPMethod method = GST_RTSP_INVALID;
-        gst_rtsp_message_parse_request(message, &method, nullptr, nullptr);
-        if (method != GST_RTSP_DESCRIBE)
+        const gchar* uri = nullptr;
+        gst_rtsp_message_parse_request(message, &method, &uri, nullptr);
+        if (method != GST_RTSP_DESCRIBE || uri == nullptr)
             return TRUE;
         std::unique_lock<std::mutex> lock(self.mutex);
-        if (++self.describes <= kMostDescribes)
+        self.sameDescribes = self.described_uri == uri ? self.sameDescribes + 1 : 1;
+        self.described_uri = uri;
+        if (!self.url.user.empty() && self.sameDescribes > kMostTries)
+            self.found = FailureOfStatus(GST_RTSP_STS_UNAUTHORIZED, "Unauthorized");
+        else if (++self.describes > kMostDescribes)
+            self.found =
+                Failure{ExitCode::kRefused,
+                        fmt::format("the camera sends us in circles: {} redirections", kMostDescribes),
+                        "ask the camera's manual for the right URL"};
+        else
             return TRUE;
-        self.found = Failure{ExitCode::kRefused,
-                             fmt::format("the camera sends us in circles: {} redirections", kMostDescribes),
-                             "ask the camera's manual for the right URL"};
         self.shut.wait(lock, [&self] { return self.closed; });
         return TRUE;
     }
