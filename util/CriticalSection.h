@@ -21,7 +21,8 @@ namespace camclock {
 #if defined(_WIN32)
 class CriticalSection {
 public:
-    CriticalSection() { InitializeCriticalSection(&section_); }
+    /// Without the system's record for debuggers: one that is never destroyed leaves nothing behind.
+    CriticalSection() { InitializeCriticalSectionEx(&section_, 0, CRITICAL_SECTION_NO_DEBUG_INFO); }
     ~CriticalSection() { DeleteCriticalSection(&section_); }
     CriticalSection(const CriticalSection&) = delete;
     CriticalSection& operator=(const CriticalSection&) = delete;

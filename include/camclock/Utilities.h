@@ -4,7 +4,6 @@
 #include <camclock/TimePoint.h>
 
 #include <cstdint>
-#include <memory>
 #include <string>
 
 namespace camclock {
@@ -16,7 +15,8 @@ namespace camclock {
 /// it. Until the application anchors it, it counts from a base that means nothing: call `AnchorToSystemClock`
 /// first.
 ///
-/// Owned by the library, one for the process. Every operation may be called from any thread.
+/// Owned by the library, one for the process. Every operation may be called from any thread, until the
+/// process ends: the destructors of static objects may read it too.
 ///
 ///     auto& clock = camclock::Utilities::getInstance();
 ///     clock.AnchorToSystemClock();
@@ -28,7 +28,6 @@ public:
 
     Utilities(const Utilities&) = delete;
     Utilities& operator=(const Utilities&) = delete;
-    ~Utilities();
 
     /// The host's time now, in whole milliseconds after the anchor (rounded to the nearest, halves up).
     TimePoint GetTime();
@@ -60,10 +59,12 @@ public:
     static std::string GetHostFromUrl(std::string url);
 
 private:
-    Utilities();
-
     struct Clock;
-    std::unique_ptr<Clock> clock_;
+
+    Utilities();
+    static Clock& _TheClock();
+
+    Clock& clock_;
 };
 
 }  // namespace camclock
