@@ -1,9 +1,13 @@
-// What a whole recorder pays: N cameras with two streams each at 30 frames/s, fed by real threads, and what
-// logs cost that have nothing to write. Each figure comes from a process of its own, so that memory is not
-// shared with the last.
+// What a whole recorder pays: N cameras fed by real threads, and what logs and probing threads cost that have
+// nothing to do. Each figure comes from a process of its own, so that memory is not shared with the last.
 //
-//     camclock_scale cameras 1 10 100 1000      one JSON object a line: CPU share, memory a stream, p99 of
-//     UpdateTiming camclock_scale logs 100 1000 3000         ... CPU a poll and memory of an idle log
+// One JSON object a line, with CPU share, threads, memory, and the times of UpdateTiming:
+//
+//     camclock_scale cameras 1 10 100 1000      two streams each at 30 frames/s
+//     camclock_scale rows 100 1000              the same with a timing log each: a row for every frame
+//     camclock_scale fleet 10000                one stream each at 25 frames/s
+//     camclock_scale logs 100 1000 3000         logs with nothing to write
+//     camclock_scale probes 1000                probing threads that wait for an expected difference
 
 #include "logging/AsynchronousLog.h"
 #include "logging/Log4CppWrap.h"
@@ -23,7 +27,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -35,7 +41,13 @@ using sim::SimulatedStream;
 namespace {
 
 constexpr auto kRun = std::chrono::seconds(10);
-constexpr auto kFrameInterval = std::chrono::microseconds(33'333);
+
+/// What is recorded of each camera.
+struct Load {
+    std::size_t streams;
+    std::chrono::microseconds frameInterval;
+    bool timingLog;
+};
 
 /// CPU time of this process in seconds.
 double CpuTime() {
@@ -55,33 +67,42 @@ double ResidentKiB() {
     return static_cast<double>(resident) * static_cast<double>(sysconf(_SC_PAGESIZE)) / 1024.0;
 }
 
-/// One camera: its clock object and two streams.
+/// Threads of this process, the first included.
+std::size_t Threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return static_cast<std::size_t>(std::distance(begin(tasks), end(tasks)));
+}
+
+/// One camera: its clock object and its streams.
 struct Camera {
-    explicit Camera(unsigned seed)
-        : sources{SimulatedStream(2 * seed), SimulatedStream(2 * seed + 1)} {
-        for (std::size_t s = 0; s < 2; ++s) {
-            streams[s] = filter.CreateNewTimeFilter();
+    Camera(const Load& load, unsigned number) {
+        if (load.timingLog)
+            filter.EnableTimeLogging("");
+        for (std::size_t s = 0; s < load.streams; ++s) {
+            sources.emplace_back(static_cast<unsigned>(load.streams) * number + static_cast<unsigned>(s));
+            streams.push_back(filter.CreateNewTimeFilter());
             streams[s]->DoTimeFiltering(true);
             streams[s]->DoEstimation(true);
             streams[s]->UpdateSyncInfo(sources[s].Report());
         }
     }
     TimeFilter filter;
-    SimulatedStream sources[2];
-    std::shared_ptr<TimeFilterInstance> streams[2];
+    std::vector<SimulatedStream> sources;
+    std::vector<std::shared_ptr<TimeFilterInstance>> streams;
 };
 
-/// A receiving thread feeds its cameras one frame each, every thirtieth of a second.
-void Receive(std::vector<std::unique_ptr<Camera>>& cameras, std::size_t first, std::size_t step,
-             std::vector<double>& times_ns) {
+/// A receiving thread feeds each stream of its cameras one frame every interval.
+void Receive(const Load& load, std::vector<std::unique_ptr<Camera>>& cameras, std::size_t first,
+             std::size_t step, std::vector<double>& times_ns) {
     const auto end = std::chrono::steady_clock::now() + kRun;
-    for (auto due = std::chrono::steady_clock::now(); due < end; due += kFrameInterval) {
+    for (auto due = std::chrono::steady_clock::now(); due < end; due += load.frameInterval) {
         std::this_thread::sleep_until(due);
         for (std::size_t c = first; c < cameras.size(); c += step) {
-            for (std::size_t s = 0; s < 2; ++s) {
-                auto frame = cameras[c]->sources[s].Frame();
+            Camera& camera = *cameras[c];
+            for (std::size_t s = 0; s < load.streams; ++s) {
+                auto frame = camera.sources[s].Frame();
                 const auto before = std::chrono::steady_clock::now();
-                cameras[c]->streams[s]->UpdateTiming(std::move(frame), MediaPacket::kFrameP);
+                camera.streams[s]->UpdateTiming(std::move(frame), MediaPacket::kFrameP);
                 const auto after = std::chrono::steady_clock::now();
                 times_ns.push_back(std::chrono::duration<double, std::nano>(after - before).count());
             }
@@ -89,19 +110,20 @@ void Receive(std::vector<std::unique_ptr<Camera>>& cameras, std::size_t first, s
     }
 }
 
-void RunCameras(std::size_t count) {
+void RunCameras(const char* what, const Load& load, std::size_t count) {
     const double emptyKiB = ResidentKiB();
     std::vector<std::unique_ptr<Camera>> cameras;
     for (std::size_t c = 0; c < count; ++c)
-        cameras.push_back(std::make_unique<Camera>(static_cast<unsigned>(c)));
+        cameras.push_back(std::make_unique<Camera>(load, static_cast<unsigned>(c)));
 
     const std::size_t threads = std::min<std::size_t>(count, 8);
     std::vector<std::vector<double>> times(threads);
     const double cpuBefore = CpuTime();
     std::vector<std::thread> receivers;
     for (std::size_t t = 0; t < threads; ++t) {
-        times[t].reserve(2 * 310 * (count / threads + 1));
-        receivers.emplace_back(Receive, std::ref(cameras), t, threads, std::ref(times[t]));
+        times[t].reserve(load.streams * (count / threads + 1) *
+                         (static_cast<std::size_t>(kRun / load.frameInterval) + 2));
+        receivers.emplace_back(Receive, std::cref(load), std::ref(cameras), t, threads, std::ref(times[t]));
     }
     for (auto& receiver : receivers)
         receiver.join();
@@ -112,37 +134,64 @@ void RunCameras(std::size_t count) {
         all.insert(all.end(), part.begin(), part.end());
     std::sort(all.begin(), all.end());
     const double ownKiB = static_cast<double>(all.size()) * 16.0 / 1024.0;  // the bench's own samples, twice
-    const auto streams = static_cast<double>(2 * count);
-    std::printf("{\"cameras\": %zu, \"cpu_percent\": %.2f, \"resident_kib_a_stream\": %.1f, "
-                "\"update_timing_p50_ns\": %.0f, \"update_timing_p99_ns\": %.0f, \"frames\": %zu}\n",
-                count, 100.0 * cpu / std::chrono::duration<double>(kRun).count(),
-                (ResidentKiB() - emptyKiB - ownKiB) / streams, all[all.size() / 2],
-                all[all.size() * 99 / 100], all.size());
+    const auto streams = static_cast<double>(load.streams * count);
+    std::printf("{\"%s\": %zu, \"cpu_percent\": %.2f, \"threads\": %zu, \"resident_mib\": %.1f, "
+                "\"resident_kib_a_stream\": %.1f, \"update_timing_p50_ns\": %.0f, "
+                "\"update_timing_p99_ns\": %.0f, \"frames\": %zu}\n",
+                what, count, 100.0 * cpu / std::chrono::duration<double>(kRun).count(), Threads() - 1,
+                (ResidentKiB() - emptyKiB - ownKiB) / 1024.0, (ResidentKiB() - emptyKiB - ownKiB) / streams,
+                all[all.size() / 2], all[all.size() * 99 / 100], all.size());
     std::fflush(stdout);
     std::_Exit(0);  // joining thousands of workers one poll after the other is not what is measured
 }
 
-void RunIdleLogs(std::size_t count) {
+/// Makes `count` of something with `make` and leaves them alone.
+template <class Make>
+void RunIdle(const char* what, std::size_t count, Make make) {
     const double emptyKiB = ResidentKiB();
-    std::vector<std::unique_ptr<AsynchronousLog>> logs;
+    std::vector<decltype(make())> idle;
     for (std::size_t i = 0; i < count; ++i)
-        logs.push_back(
-            std::make_unique<AsynchronousLog>(new Log4CppWrap(log4cpp::Category::getInstance("bench"))));
+        idle.push_back(make());
     std::this_thread::sleep_for(std::chrono::seconds(1));
     const double cpuBefore = CpuTime();
     std::this_thread::sleep_for(kRun);
     const double cpu = CpuTime() - cpuBefore;
     const double run = std::chrono::duration<double>(kRun).count();
-    const double polls = static_cast<double>(count) * run * 100.0;
-    std::printf(
-        "{\"idle_logs\": %zu, \"cpu_percent\": %.2f, \"us_a_poll\": %.2f, \"resident_kib_a_log\": %.1f}\n",
-        count, 100.0 * cpu / run, 1e6 * cpu / polls, (ResidentKiB() - emptyKiB) / static_cast<double>(count));
+    std::printf("{\"%s\": %zu, \"cpu_percent\": %.2f, \"us_a_tick\": %.1f, \"threads\": %zu, "
+                "\"resident_kib_each\": %.1f}\n",
+                what, count, 100.0 * cpu / run, 1e6 * cpu / (100.0 * run), Threads(),
+                (ResidentKiB() - emptyKiB) / static_cast<double>(count));
     std::fflush(stdout);
     std::_Exit(0);
 }
 
+std::unique_ptr<AsynchronousLog> MakeLog() {
+    return std::make_unique<AsynchronousLog>(new Log4CppWrap(log4cpp::Category::getInstance("bench")));
+}
+
+std::unique_ptr<TimeFilter> MakeProbedCamera() {
+    auto camera = std::make_unique<TimeFilter>();
+    camera->UseICMP("127.0.0.1", std::chrono::seconds(10), "", false);
+    return camera;
+}
+
+/// Ends the process behind the run; returns when there is none of that name.
+void Run(const std::string& what, std::size_t count) {
+    using std::chrono::microseconds;
+    if (what == "cameras")
+        RunCameras("cameras", {2, microseconds(33'333), false}, count);
+    else if (what == "rows")
+        RunCameras("cameras_with_timing_log", {2, microseconds(33'333), true}, count);
+    else if (what == "fleet")
+        RunCameras("cameras_of_one_stream", {1, microseconds(40'000), false}, count);
+    else if (what == "logs")
+        RunIdle("idle_logs", count, MakeLog);
+    else if (what == "probes")
+        RunIdle("idle_probing_threads", count, MakeProbedCamera);
+}
+
 int Usage() {
-    std::fprintf(stderr, "usage: camclock_scale cameras|logs COUNT...\n");
+    std::fprintf(stderr, "usage: camclock_scale cameras|rows|fleet|logs|probes COUNT...\n");
     return 2;
 }
 
@@ -154,8 +203,6 @@ int main(int argc, char** argv) {
     if (argc < 3)
         return Usage();
     const std::string what = argv[1];
-    if (what != "cameras" && what != "logs")
-        return Usage();
     for (int i = 2; i < argc; ++i) {
         const auto count = static_cast<std::size_t>(std::strtoul(argv[i], nullptr, 10));
         if (count == 0)
@@ -164,7 +211,8 @@ int main(int argc, char** argv) {
         if (child == 0) {
             log4cpp::Category::getRoot().setPriority(log4cpp::Priority::WARN);
             camclock::Utilities::getInstance().AnchorToSystemClock();
-            what == "cameras" ? RunCameras(count) : RunIdleLogs(count);
+            Run(what, count);
+            std::_Exit(Usage());
         }
         int status = 1;
         if (child < 0 || waitpid(child, &status, 0) < 0 || status != 0) {

@@ -1,7 +1,6 @@
 #include "logging/AsynchronousLog.h"
 
 #include "logging/Text.h"
-#include "logging/WorkerThread.h"
 
 #include <log4cpp/threading/Threading.hh>
 
@@ -14,8 +13,6 @@
 
 namespace camclock {
 namespace {
-
-constexpr std::chrono::milliseconds kPollInterval{10};
 
 /// A string stream that every message finds fresh. Making one costs more than most messages, so the last one
 /// is emptied and used again, unless a message has changed how it formats.
@@ -49,6 +46,7 @@ AsynchronousLog::AsynchronousLog(LogWrap* sink)
 
 AsynchronousLog::~AsynchronousLog() {
     running_ = false;
+    sleeper_.Rouse();
     worker_.join();
 }
 
@@ -73,12 +71,11 @@ AsynchronousLog::ThreadId AsynchronousLog::_ThreadId() {
 }
 
 void AsynchronousLog::_Run() {
-    AllowLateWakeups();
     EntryQueue<Entry>::Batch batch;
     while (running_) {
         _TakeQueue(batch);
         if (batch.Empty())
-            std::this_thread::sleep_for(kPollInterval);
+            sleeper_.Sleep();
         else
             _WriteBatch(batch);
     }
@@ -89,6 +86,7 @@ void AsynchronousLog::_TakeQueue(EntryQueue<Entry>::Batch& batch) {
     auto written = std::move(batch);  // what is too much to keep is freed without the lock
     const std::lock_guard<std::mutex> guard(queueMutex_);
     queue_.Recycle(written);
+    sleeper_.WakeAt(Sleeper::kNever);
     batch = queue_.TakeAll();
 }
 

@@ -3,6 +3,7 @@
 #include "logging/EntryQueue.h"
 #include "logging/LogWrap.h"
 #include "logging/MessageSlot.h"
+#include "util/Tick.h"
 
 #include <camclock/TimePoint.h>
 
@@ -26,8 +27,9 @@ namespace camclock {
 ///     AsynchronousLog log(new OfStreamWrap(file));
 ///     log.Post([count](std::stringstream& out) { Print(out, "Packet #", count, "\n"); });
 ///
-/// The worker polls every 10 ms and is never woken. Destroying the log drops what is still queued: there is
-/// no last flush, so that the end of a session never waits for a slow disk.
+/// The worker looks after its queue at the process's tick, every 10 ms; no poster wakes it. Destroying the
+/// log drops what is still queued: there is no last flush, so that the end of a session never waits for a
+/// slow disk.
 class AsynchronousLog {
 public:
     /// A message in its general form; the worker gives it the stream to write into.
@@ -52,6 +54,8 @@ public:
             return;
         const Stamp stamp = _StampNow();
         const std::lock_guard<std::mutex> guard(queueMutex_);
+        if (queue_.Empty())
+            sleeper_.WakeAt(Sleeper::kNow);
         Entry& entry = queue_.Next();
         entry.stamp = stamp;
         entry.message.Put(std::forward<Callable>(message));
@@ -88,6 +92,7 @@ private:
     std::atomic<bool> running_{true};
     std::mutex queueMutex_;
     EntryQueue<Entry> queue_;  // guarded by queueMutex_
+    Sleeper sleeper_;          // due while there is something in queue_; set under queueMutex_
     std::thread worker_;       // last: everything it uses is made before it starts
 };
 

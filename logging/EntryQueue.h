@@ -42,6 +42,8 @@ public:
     EntryQueue& operator=(const EntryQueue&) = delete;
     ~EntryQueue() { Release(spare_); }
 
+    bool Empty() const { return last_ == nullptr; }
+
     /// The place for one more entry, behind all others; it counts once `Commit` is called.
     Entry& Next() {
         if (last_ == nullptr || last_->used == last_->entries.size())

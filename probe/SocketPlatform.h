@@ -46,8 +46,9 @@ void CleanUp();
 /// once.
 [[nodiscard]] bool LookUpHost(const std::string& name, Address& address);
 
-/// A new raw IPv4 socket for ICMP, not inherited by programs that the process starts; `kNoSocket` when the
-/// system refuses it, as it does without administrative rights.
+/// A new raw IPv4 socket for ICMP; `kNoSocket` when the system refuses it, as it does without administrative
+/// rights. On POSIX systems, programs that the process starts do not inherit it; on Windows those do that are
+/// started with inheritance of handles.
 [[nodiscard]] Handle OpenRawIcmp();
 
 /// Sends one datagram.

@@ -5,14 +5,12 @@
 #include "logging/Text.h"
 #include "probe/IcmpTimestamp.h"
 #include "util/Arithmetic.h"
-#include "util/CriticalSection.h"
 
 #include <camclock/Utilities.h>
 
 #include <array>
 #include <cmath>
 #include <cstdlib>
-#include <mutex>
 #include <utility>
 
 namespace camclock {
@@ -22,13 +20,6 @@ constexpr std::size_t kBufferSize = 500;
 constexpr std::int64_t kSecondsPerDay = 86'400;
 constexpr double kMillisecondsPerDay = 86'400'000.0;
 constexpr std::int64_t kMillisecondsPerHour = 3'600'000;
-
-/// Held for a whole probing, so that no probe reads the replies meant for another: every raw socket gets a
-/// copy of all ICMP that reaches the host. Taken before the lock of the process clock, never after.
-CriticalSection& ProbeLock() {
-    static CriticalSection lock;
-    return lock;
-}
 
 /// A day of UTC has 86,400 seconds on the system clock, leap seconds or not.
 TimePoint MidnightBefore(TimePoint time) {
@@ -62,7 +53,26 @@ TimeProbe::TimeProbe(std::string logPrefix)
 
 ProbeResult TimeProbe::Probe(const std::string& host, int count, int timeout_ms,
                              std::int64_t expectedDifference_ms) {
-    const std::lock_guard<CriticalSection> guard(ProbeLock());
+    static const std::atomic<bool> always{true};
+    return *ProbeWhile(always, host, count, timeout_ms, expectedDifference_ms);
+}
+
+std::optional<ProbeResult> TimeProbe::ProbeWhile(const std::atomic<bool>& wanted, const std::string& host,
+                                                 int count, int timeout_ms,
+                                                 std::int64_t expectedDifference_ms) {
+    if (!turn_->Take(wanted))
+        return std::nullopt;
+    struct AtTheEnd {
+        ProbeTurn& turn;
+        ~AtTheEnd() { turn.GiveBack(); }
+    };
+    const AtTheEnd atTheEnd{*turn_};
+    return _ProbeNow(host, count, timeout_ms, expectedDifference_ms);
+}
+
+/// Holding the turn.
+ProbeResult TimeProbe::_ProbeNow(const std::string& host, int count, int timeout_ms,
+                                 std::int64_t expectedDifference_ms) {
     _Log("Probing ", host, " ", count, " times, with timeout ", timeout_ms, "ms");
     if (!CreateSocket(host, 0))
         return {};
@@ -86,7 +96,7 @@ ProbeResult TimeProbe::Probe(const std::string& host, int count, int timeout_ms,
 bool TimeProbe::ProbeOnce(std::uint16_t sequence, std::uint32_t timeout_ms, ProbeResult& out) {
     // Never seeded, as the identifier only has to tell one request from the last. Runtimes differ in the
     // range of rand, so it is cut to the 16 bits of the field before it is sent and compared.
-    const int random = std::rand();  // NOLINT(concurrency-mt-unsafe): under the probe lock
+    const int random = std::rand();  // NOLINT(concurrency-mt-unsafe): in its turn to probe
     const auto identifier = static_cast<std::uint16_t>(static_cast<unsigned>(random) & 0xFFFFU);
     const icmp::TimestampRequest request =
         icmp::MakeRequest(identifier, sequence, static_cast<std::uint32_t>(MillisecondsAfterMidnightUtc()));

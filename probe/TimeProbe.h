@@ -1,10 +1,14 @@
 #pragma once
 
+#include "probe/ProbeTurn.h"
 #include "probe/RawSocket.h"
+#include "util/ProcessWide.h"
 
 #include <camclock/TimePoint.h>
 
+#include <atomic>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,8 +24,8 @@ struct ProbeResult {
 /// the replies with the shortest round trip, and takes the camera to have answered in the middle of it.
 /// Writes its steps to "RTSP.TimeProbe".
 ///
-/// Owned by the camera clock. `Probe` may be called from any thread: one lock for the whole process lets one
-/// exchange run at a time.
+/// Owned by the camera clock. `Probe` may be called from any thread: one exchange runs at a time in the
+/// whole process (`ProbeTurn`).
 ///
 ///     TimeProbe probe("Gate 3: ");
 ///     const ProbeResult result = probe.Probe("192.0.2.7", 5, 300, expected_ms);
@@ -38,6 +42,11 @@ public:
     /// `count` requests to `host`, each waiting `timeout_ms` for its reply. The empty result when the host
     /// cannot be resolved, no raw socket can be had, or no request brought a usable reply.
     ProbeResult Probe(const std::string& host, int count, int timeout_ms, std::int64_t expectedDifference_ms);
+
+    /// The same for a caller who may have to end: nothing, and nothing written, when `wanted` was cleared
+    /// before the probe's turn came. Whoever clears it calls `LookAgain` of the process's `ProbeTurn`.
+    std::optional<ProbeResult> ProbeWhile(const std::atomic<bool>& wanted, const std::string& host, int count,
+                                          int timeout_ms, std::int64_t expectedDifference_ms);
 
     /// One request and the one datagram that comes next, over the open socket. False, with `out` untouched,
     /// when it cannot be sent, nothing comes in time, or what comes is not its reply: there is no second try.
@@ -62,12 +71,15 @@ public:
     static std::int64_t MillisecondsAfterMidnightUtc();
 
 private:
+    ProbeResult _ProbeNow(const std::string& host, int count, int timeout_ms,
+                          std::int64_t expectedDifference_ms);
     static bool _InfoEnabled();
     template <class... Parts>
     void _Log(const Parts&... parts) const;
 
     std::uint32_t sequence_ = 0;  // counts every request of this object's life
     std::string logPrefix_;
+    ProcessWide<ProbeTurn> turn_;
 };
 
 /// The mean of the results with the smallest uncertainty, and that uncertainty. Results with a negative one,

@@ -5,7 +5,7 @@
 #include "logging/DirectMessage.h"
 #include "logging/Log4CppWrap.h"
 #include "logging/Text.h"
-#include "probe/TimeProbe.h"  // which the members' owner destroys
+#include "timing/TimeFilterState.h"
 
 #include <camclock/TimeFilterInstance.h>
 
@@ -23,7 +23,8 @@ std::shared_ptr<Callable> Keep(Callable callable) {
 }  // namespace
 
 TimeFilter::TimeFilter(std::string logPrefix)
-    : log_(std::make_unique<AsynchronousLog>(new Log4CppWrap(categories::TimeFilter())))
+    : state_(std::make_unique<State>())
+    , log_(std::make_unique<AsynchronousLog>(new Log4CppWrap(categories::TimeFilter())))
     , logPrefix_(std::move(logPrefix)) {
     _LogInfo("TimeFilter::TimeFilter");
 }
@@ -58,7 +59,7 @@ std::chrono::microseconds TimeFilter::GetD_uncert() const {
 }
 
 void TimeFilter::SetD(std::chrono::milliseconds D) {
-    D_.exchange(D.count());
+    D_ = D.count();
 }
 
 bool TimeFilter::DIsLocked() {
@@ -71,7 +72,8 @@ bool TimeFilter::IsUsingProbe() {
 
 void TimeFilter::CheckPollDifference(std::chrono::milliseconds expected) {
     if (usingProbe_) {
-        expectedD_.exchange(expected.count());
+        if (expectedD_.exchange(expected.count()) == State::kNoExpectedD)
+            state_->probeSleeper->WakeAt(Sleeper::kNow);
         return;
     }
     std::uint32_t none = 0;
@@ -81,7 +83,7 @@ void TimeFilter::CheckPollDifference(std::chrono::milliseconds expected) {
                   " Differnece estimate falls back to expected value of: ", expected_ms, "[ms]");
         });
     }
-    D_.exchange(expected.count());
+    D_ = expected.count();
 }
 
 void TimeFilter::SetPacketTimeOut(std::chrono::milliseconds timeOut) {
@@ -118,7 +120,7 @@ bool TimeFilter::RequireRTCP() const {
 
 void TimeFilter::SetStablePtst0(TimePoint t0, bool rtcpSync) {
     {
-        const std::lock_guard<std::mutex> guard(stablePtsT0Mutex_);
+        const std::lock_guard<std::mutex> guard(state_->stablePtsT0Mutex);
         if (!stablePtsT0Locked_) {
             if (!rtcpSync)
                 stablePtsT0NoRtcp_ = t0;

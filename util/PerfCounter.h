@@ -22,7 +22,7 @@ public:
 
     /// Counts per second.
     static std::int64_t Frequency() {
-        return source_.load(std::memory_order_relaxed) == nullptr
+        return source_.load(std::memory_order_acquire) == nullptr  // with the frequency that goes with it
                    ? _SystemFrequency()
                    : frequency_.load(std::memory_order_relaxed);
     }

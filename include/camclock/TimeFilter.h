@@ -6,25 +6,22 @@
 #include <atomic>
 #include <chrono>
 #include <cstdint>
-#include <fstream>
 #include <functional>
+#include <iosfwd>
 #include <limits>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <thread>
 
 namespace camclock {
 
 class AsynchronousLog;
 class TimeFilterInstance;
-class TimeProbe;
 
 /// How far is this camera's clock from the host's? One object per camera: it holds what all streams of the
 /// camera share, that is the clock difference `D` and its uncertainty, the settings, the origin T0 of the
 /// stable time stamps, the shutdown handler and the timing log.
 ///
-/// Owned by the application; it must outlive every instance that it handed out.
+/// Owned by the application, also as a static object; it must outlive every instance that it handed out.
 ///
 /// Threads: the getters, `SetD`, `CheckPollDifference` and `SetStablePtst0` may be called from any thread at
 /// any time. The log prefix, the two handlers, `EnableTimeLogging` and `UseICMP` are meant to be set before
@@ -62,6 +59,10 @@ public:
     /// measured.
     std::chrono::microseconds GetD_uncert() const;
 
+    /// Sets the clock difference, milliseconds, positive when the camera's clock is behind the host's: from
+    /// now on it is added to every time of capture. It lasts until somebody sets another one: the next packet
+    /// of a stream that estimates, the next `CheckPollDifference` without a probe, the next probing with one.
+    /// The uncertainty and `DIsLocked` stay as they are.
     void SetD(std::chrono::milliseconds D);
 
     /// Has `D` settled for the session? True once a probing has been accepted, and whenever no probe exists.
@@ -70,8 +71,11 @@ public:
     /// True from `UseICMP` until the probing thread ends.
     bool IsUsingProbe();
 
-    /// Tells the difference to expect. Without a probe it becomes `D` at once (the first such call says so in
-    /// the log); with one, it arms the probing thread and is what `D` falls back to.
+    /// Tells the clock difference to expect, milliseconds with the sign of `D`. Without a probe it becomes
+    /// `D` at once, as by `SetD`, and the first such call says so in the log. With one, `D` stays: the
+    /// probing thread, which waits for the first such call, takes the value for the day of a measurement and
+    /// for `D` when a measurement fails. It keeps the latest value, also for a later `UseICMP`. A stream that
+    /// estimates calls this with every packet from its first sender report on.
     void CheckPollDifference(std::chrono::milliseconds expected);
 
     /// How long a stream may stay without a packet, host's clock; 10 s at first.
@@ -98,13 +102,18 @@ public:
     TimePoint GetStablePtsT0(bool rtcpSync) const;
     bool StablePtsT0Locked() const;
 
-    /// The handler that `ShutDown` calls, on the calling thread; replaces any earlier one. It may assign
-    /// another handler or none. It must not destroy an instance of this camera: one of them may be the
-    /// caller.
+    /// The handler that `ShutDown` calls, on the calling thread; replaces any earlier one, and an empty one
+    /// removes it. It may assign another handler or none. It may throw: what it throws comes out of
+    /// `ShutDown`, or of the `UpdateTiming` that called that, once the packet has been dealt with like any
+    /// other. It must not destroy an instance of this camera: one of them may be the caller.
     void AssignShutdownHandler(std::function<void()> handler);
 
-    /// Asks the application to end this camera's session. Called by an instance after 1,000 stable time
-    /// stamps in a row that could not be kept, and again with every further one.
+    /// Asks the application to end this camera's session: calls the handler and does nothing else. Called by
+    /// an instance after 1,000 stable time stamps in a row that could not be kept, and again with every
+    /// further one.
+    ///
+    /// The camera goes on as before until the application acts. Its origin T0, which is final, is what the
+    /// time stamps do not go with any more: make a new `TimeFilter` and new instances for the new session.
     void ShutDown();
 
     /// A hook for the application's own tests: `TestStuff` calls it, if there is one.
@@ -124,8 +133,13 @@ public:
     /// Starts measuring `D` with ICMP timestamps (RFC 792): a thread asks `url`, which is the camera's
     /// address or host name and no URL of a stream, every `pollInterval`, from the first
     /// `CheckPollDifference` on. A result with an uncertainty under 30 ms becomes `D` and `D_uncert`; any
-    /// other lets `D` fall back to the expected difference and is followed by the next try 10 ms later. The
-    /// eleventh such failure in a row ends the thread.
+    /// other lets `D` fall back to the expected difference and is followed by the next try 10 ms later.
+    /// Eleven such failures in a row end the thread; ten, when `CheckPollDifference` was called before
+    /// without a probe. The count goes on from one `UseICMP` to the next: behind a thread that has given up
+    /// it is past the mark, and the next thread tries until a result is accepted or `CloseTimeProbing` is
+    /// called.
+    ///
+    /// An interval of 0 or less measures every 10 ms, one beyond the reach of the clock (292 years) once.
     ///
     /// With `createLog` every result is written to `probelog.txt` in `logPath` (the working directory when
     /// empty); a file that cannot be written is not reported.
@@ -135,16 +149,18 @@ public:
     /// thread can be started; the object is then still in probing use, without measurements.
     void UseICMP(std::string url, std::chrono::seconds pollInterval, std::string logPath, bool createLog);
 
-    /// Stops measuring `D` and joins the probing thread, which takes 1.5 s at most unless a look-up of the
-    /// host's name takes longer; does nothing but log when there is none. Throws `std::system_error` when the
-    /// probing thread itself calls it.
+    /// Stops measuring `D` and joins the probing thread, which takes 1.5 s and 10 ms at most unless a look-up
+    /// of the host's name takes longer, however many other cameras are being probed; does nothing but log
+    /// when there is none. `D` and its lock stay. Throws `std::system_error` when the probing thread itself
+    /// calls it.
     void CloseTimeProbing();
 
 private:
+    struct State;
+
     void _RunTimeProbe();
     void _ProbeForDifference(std::int64_t now_ns, std::int64_t expected_ms);
     std::ofstream& _ProbeLog();
-    static std::int64_t _MonotonicNow_ns();
 
     static bool _InfoEnabled();
     void _LogInfo(const std::string& message) const;
@@ -156,16 +172,10 @@ private:
     std::atomic<std::uint32_t> probeFailures_{0};
     std::atomic<bool> dLocked_{false};
     std::atomic<std::int64_t> expectedD_{(std::numeric_limits<std::int64_t>::min)()};
-    std::thread probeThread_;
     std::atomic<bool> probing_{false};     // cleared to end the probing thread
-    std::atomic<bool> usingProbe_{false};  // is `probe_` there? Packet threads ask this and never touch it
-    std::unique_ptr<TimeProbe> probe_;     // the probing thread's own while that runs
-    std::string probeUrl_;
-    std::int64_t pollInterval_s_ = 0;
-    std::int64_t nextProbeAt_ns_ = _MonotonicNow_ns();
-    std::unique_ptr<std::ofstream> probeLog_;
+    std::atomic<bool> usingProbe_{false};  // is there a probe? Packet threads ask this and never touch it
+    std::unique_ptr<State> state_;         // thread, probe, files and locks
     std::unique_ptr<AsynchronousLog> timeLog_;
-    std::mutex stablePtsT0Mutex_;  // makes check and set in SetStablePtst0 one step; readers need no lock
     std::atomic<TimePoint> stablePtsT0_{TimePoint{}};
     std::atomic<TimePoint> stablePtsT0NoRtcp_{TimePoint{}};
     std::atomic<bool> stablePtsT0Locked_{false};

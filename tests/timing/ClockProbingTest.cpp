@@ -4,6 +4,7 @@
 #include "probe/ScriptedSockets.h"
 #include "support/IcmpReplies.h"
 #include "support/TemporaryDirectory.h"
+#include "support/WaitableList.h"
 #include "timing/ProbeAcceptance.h"
 #include "util/PathSeparator.h"
 #include "util/PerfCounter.h"
@@ -23,6 +24,8 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <future>
+#include <iostream>
 #include <limits>
 #include <memory>
 #include <system_error>
@@ -229,12 +232,25 @@ TEST_F(ClockProbing, AnIntervalOfZeroProbesInEveryCycle) {
     EXPECT_TRUE(log.WaitFor(Accepted(), 3));
 }
 
-TEST_F(ClockProbing, EveryIntervalHasASchedule) {
+TEST_F(ClockProbing, AnIntervalBeyondTheClockProbesOnce) {
     Answer(1'500);
-    // The product wraps round to an instant in the past: the next probing is due at once.
-    filter.UseICMP("camera", std::chrono::seconds((std::numeric_limits<std::int64_t>::max)()), "", false);
+    filter.UseICMP("camera", (std::chrono::seconds::max)(), "", false);
     filter.CheckPollDifference(1'500ms);
-    EXPECT_TRUE(log.WaitFor(Accepted(), 2));
+    ASSERT_TRUE(log.WaitFor(Accepted()));
+    counter.Advance(std::chrono::hours(24 * 365 * 100));
+    counter.WaitForCycles(5);
+    EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 1u);
+}
+
+TEST_F(ClockProbing, ANegativeIntervalProbesInEveryCycle) {
+    for (const std::chrono::seconds interval : {-1s, (std::chrono::seconds::min)()}) {
+        log.Drain();
+        Answer(1'500);
+        filter.UseICMP("camera", interval, "", false);
+        filter.CheckPollDifference(1'500ms);
+        EXPECT_TRUE(log.WaitFor(Accepted(), 3));
+        filter.CloseTimeProbing();
+    }
 }
 
 TEST_F(ClockProbing, TheExpectedDifferenceTellsTheDay) {
@@ -467,13 +483,64 @@ TEST_F(ClockProbing, ClosingFromTheProbingThreadIsRefused) {
     EXPECT_EQ(log.Count("Gate: Done waiting for probe tasks"), 0u);
 }
 
+// One camera's turn lasts as long as the test likes; another is closed while it waits for its own.
+TEST_F(ClockProbing, ClosingDoesNotWaitForTheTurnsOfOtherCameras) {
+    std::promise<void> inTurn;
+    std::promise<void> goOn;
+    const MessageRecorder turns({"RTSP.TimeProbe"}, [&, held = goOn.get_future().share(),
+                                                     first = true](const std::string& message) mutable {
+        if (std::exchange(first, false)) {
+            EXPECT_EQ(message, "S Probing camera 5 times, with timeout 300ms");
+            inTurn.set_value();
+            held.wait_for(test::kDeadline);
+        }
+    });
+    TimeFilter slow("S ");
+    slow.UseICMP("camera", 3'600s, "", false);
+    slow.CheckPollDifference(1ms);
+    ASSERT_EQ(inTurn.get_future().wait_for(test::kDeadline), std::future_status::ready);
+
+    filter.SetD(7ms);
+    filter.UseICMP("nobody", 3'600s, "", false);
+    filter.CheckPollDifference(2ms);
+    ASSERT_TRUE(log.WaitFor("Gate: Probing for time difference! ..."));
+    filter.CloseTimeProbing();
+    EXPECT_EQ(log.Count("S Time probe estimation discarded with uncertainty larger than 30ms"), 0u);
+    EXPECT_EQ(log.Count("Gate: Exiting time probe thread"), 1u);
+    EXPECT_EQ(log.Count("Gate: Time probe estimation discarded with uncertainty larger than 30ms"), 0u)
+        << "nothing was measured, nothing has failed";
+    EXPECT_EQ(filter.GetD(), 7ms);
+    EXPECT_FALSE(filter.IsUsingProbe());
+    goOn.set_value();
+
+    // The next one is due at once.
+    log.Drain();
+    filter.UseICMP("nobody", 3'600s, "", false);
+    EXPECT_TRUE(log.WaitFor("Gate: Probing for time difference! ..."));
+}
+
 using ClockProbingDeathTest = ClockProbing;
 
-TEST_F(ClockProbingDeathTest, ASecondStartEndsTheProcess) {
+TEST_F(ClockProbingDeathTest, ASecondStartEndsTheProcessBehindItsMessages) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_DEATH(
         {
+            const MessageRecorder toStderr({"RTSP.TimeFilter"},
+                                           [](const std::string& message) { std::cerr << message << "\n"; });
             filter.UseICMP("camera", 10s, "", false);
+            filter.UseICMP("second", 20s, "missing", true);
+        },
+        "Setting up ICMP: \nurl: second\npoll interval .sec.:20\nlog path: missing\nCreating log\n"
+        "(.*\n)*Gate: Creating probe log: missing.probelog.txt\n(.*\n)*Gate: Creating time-probe\n");
+}
+
+TEST_F(ClockProbingDeathTest, AStartBehindOneThatGaveUpEndsTheProcessToo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            filter.UseICMP("nobody", 10s, "", false);
+            filter.CheckPollDifference(1ms);
+            log.WaitFor("Gate: Exiting time probe thread");
             filter.UseICMP("camera", 10s, "", false);
         },
         "");
