@@ -17,7 +17,7 @@ constexpr std::uint64_t kPacketsPerMessage = 200;
 
 }  // namespace
 
-void TimeFilterInstance::_UpdateStablePts() {
+std::exception_ptr TimeFilterInstance::_UpdateStablePts() {
     const TimingData& packet = *timingData_;
     const TimePoint toc = GetTOC_Cam(packet.RTP_ts, packet.RTPFreq, packet.TOR_host);
 
@@ -27,7 +27,7 @@ void TimeFilterInstance::_UpdateStablePts() {
                     pts = stablePts_](std::stringstream& out) {
             Print(out, id, " Packet #", packetCount, ", Stable pts initialized; T0: ", t0, ", Pts0: ", pts);
         });
-        return;
+        return nullptr;
     }
 
     const TimePoint t0 = timeFilter_.GetStablePtsT0(_HasRtcpSync());
@@ -40,6 +40,7 @@ void TimeFilterInstance::_UpdateStablePts() {
     const double ahead = pts - static_cast<double>(lastAcceptedStablePts_);
     const std::int64_t step_us = rate == 0.0 ? TruncateToInt64(std::numeric_limits<double>::quiet_NaN())
                                              : TruncateToInt64(ahead / rate * 1'000'000.0);
+    std::exception_ptr thrown;
     const auto unsignedStep_us = static_cast<std::uint64_t>(step_us);
     if (stablePts_ != lastAcceptedStablePts_ && unsignedStep_us >= 1 && unsignedStep_us <= kLongestStep_us) {
         stablePtsErrors_ = 0;
@@ -53,7 +54,11 @@ void TimeFilterInstance::_UpdateStablePts() {
         ++stablePtsErrors_;
         if (stablePtsErrors_ >= kErrorsUntilShutdown) {
             _LogInfo("The stable pts is messed up, this session needs to be terminated");
-            timeFilter_.ShutDown();
+            try {
+                timeFilter_.ShutDown();
+            } catch (...) {  // the application's; the time stamps go on before it gets it back
+                thrown = std::current_exception();
+            }
         }
         lastAcceptedStablePts_ = WrappingAdd(lastAcceptedStablePts_, 1);
         stablePts_ = lastAcceptedStablePts_;
@@ -76,6 +81,7 @@ void TimeFilterInstance::_UpdateStablePts() {
                   "[ms] ", " Pts: ", pts);
         });
     }
+    return thrown;
 }
 
 // The first report switches TOC_cam from the reception time to the camera's clock; T0 moves along, so that

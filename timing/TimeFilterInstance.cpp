@@ -39,7 +39,7 @@ void TimeFilterInstance::UpdateTiming(std::shared_ptr<TimingData> timing, MediaP
         RTP_freq_ = static_cast<double>(timingData_->RTPFreq);
 
     _RunFollowProcess();
-    _UpdateStablePts();
+    const std::exception_ptr thrown = _UpdateStablePts();
     if (doTimeFiltering_ && doEstimation_) {
         _RunEstimate();
         _CheckProbeTime();
@@ -47,6 +47,8 @@ void TimeFilterInstance::UpdateTiming(std::shared_ptr<TimingData> timing, MediaP
     _WriteLog();
     if (packetCount_ % kPacketsPerTrace == 0 || packetCount_ == 1)
         TraceCurrentPacket();
+    if (thrown)
+        std::rethrow_exception(thrown);
 }
 
 bool TimeFilterInstance::TimeEstimatesInitialized() {

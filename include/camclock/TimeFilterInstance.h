@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <exception>
 #include <memory>
 #include <string>
 
@@ -69,6 +70,9 @@ public:
 
     /// Takes one frame (or packet) and computes everything that the getters return. Feed it one call a frame,
     /// with the arrival of the frame's first packet as `TOR_host`. An empty pointer is ignored.
+    ///
+    /// The record is shared, not copied: do not change it afterwards. The logs let go of it on their own
+    /// threads. Throws what the camera's shutdown handler throws, with the packet dealt with.
     void UpdateTiming(std::shared_ptr<TimingData> timing, MediaPacket::Frametype frameType);
 
     /// The latency to expect between capture and reception; 30 ms at first. An error in it is a constant
@@ -83,7 +87,10 @@ public:
     /// supervision is off. The first check before any packet starts both clocks.
     bool PacketArrivalIsOk();
 
-    /// True when the stable time stamps rest on what the camera requires: RTCP sync, if it requires RTCP.
+    /// True when the stable time stamps rest on what the camera requires: always where it does not require
+    /// RTCP
+    /// (`TimeFilter::RequireRTCP`), else from the first sender report on. It says nothing of the stamps
+    /// themselves: those that could not be kept end the session through the shutdown handler.
     bool StablePtsIsOk();
 
     /// The time of `sync` moved by the distance of `RTP_ts` from it, camera's clock. The nearer way round the
@@ -108,7 +115,8 @@ private:
     void _RunFollowProcess();
     void _RaiseToLastTocHost();
     void _ReportBadEstimate();
-    void _UpdateStablePts();
+    /// Returns what the shutdown handler has thrown, which goes on once the packet is done with.
+    [[nodiscard]] std::exception_ptr _UpdateStablePts();
     void _InitStablePts();
     void _RunEstimate();
     void _CheckProbeTime();

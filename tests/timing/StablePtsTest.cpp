@@ -1,5 +1,11 @@
 #include "timing/StreamFixture.h"
 
+#include "support/LogFences.h"
+#include "support/TemporaryDirectory.h"
+
+#include <algorithm>
+#include <stdexcept>
+
 namespace camclock::test {
 namespace {
 
@@ -157,6 +163,39 @@ TEST_F(StablePts, TheThousandthErrorInARowEndsTheSessionAndEveryFurtherOne) {
     const std::string end = "S7 The stable pts is messed up, this session needs to be terminated";
     EXPECT_EQ(ends, (Lines{end, end}));
     EXPECT_EQ(cameraLog_.Direct().back(), "Gate 3: Calling shutdown");
+}
+
+TEST_F(StablePts, AHandlerThatThrowsLosesNoPacket) {
+    const TemporaryDirectory directory;
+    camera_.EnableTimeLogging(directory.Name());
+    stream_->UpdateSyncInfo(Report(0));
+    stream_->DoTimeFiltering(true);
+    stream_->DoEstimation(true);
+    std::int64_t seenByHandler = 0;
+    camera_.AssignShutdownHandler([&] {
+        seenByHandler = stream_->GetCurrentStablePTS();
+        throw std::runtime_error("the application's");
+    });
+    for (int i = 0; i <= 999; ++i)
+        ASSERT_EQ(PtsAfter(0, kStart), i);
+    EXPECT_THROW(PtsAfter(0, kStart), std::runtime_error);
+    EXPECT_EQ(stream_->GetCurrentStablePTS(), 1'000) << "raised like any other";
+    EXPECT_EQ(seenByHandler, 0) << "the value that could not be kept";
+    // The 1,200th packet, whose trace is due, throws as well.
+    for (int i = 1'001; i <= 1'199; ++i) {
+        EXPECT_THROW(PtsAfter(0, kStart), std::runtime_error);
+        ASSERT_EQ(stream_->GetCurrentStablePTS(), i);
+    }
+    EXPECT_EQ(PtsAfter(90'000, kStart + seconds(1)), 90'000);
+
+    std::size_t traces = 0;
+    for (const std::string& message : StreamDeferred())
+        traces += IsTrace(message) ? 1U : 0U;
+    EXPECT_EQ(traces, 7U) << "packets 1, 200, ... 1,200";
+    ASSERT_TRUE(WaitUntilWritten(camera_.TimeLog()));
+    camera_.EnableTimeLogging(directory.Name());  // closes the first file
+    const std::string rows = directory.Read("timinglog0.txt");
+    EXPECT_EQ(std::count(rows.begin(), rows.end(), '\n'), 2 + 1'201);
 }
 
 TEST_F(StablePts, AnAcceptedValueEndsTheRowOfErrors) {

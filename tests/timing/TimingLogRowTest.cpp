@@ -5,6 +5,8 @@
 #include "support/TemporaryDirectory.h"
 
 #include <algorithm>
+#include <future>
+#include <sstream>
 #include <thread>
 
 namespace camclock::test {
@@ -100,6 +102,24 @@ TEST_F(TimingLogRow, OneIsWrittenForEveryPacketWithTheValuesOfItsTime) {
         "0, 0, 0, 30, \n"
         "new, 0, 7200, 90000, 0, 0, 0, 0, 0, 1700000000090, 1, 450000, 3908988805, 0, 0, 1700000000080, "
         "7, 0, 0, 30, \n");
+}
+
+TEST_F(TimingLogRow, SharesThePacketsRecordUntilItIsWritten) {
+    std::promise<void> goOn;
+    camera_.TimeLog().Post([held = goOn.get_future().share()](std::stringstream& out) {
+        out.str(std::string());
+        held.wait_for(kDeadline);
+    });
+    stream_->UpdateSyncInfo(Report(0));
+    Feed(0, kStart);  // which has the trace
+    const auto packet = Packet(3'600, kStart + milliseconds(40));
+    stream_->UpdateTiming(packet, MediaPacket::kFrameP);
+    EXPECT_EQ(packet.use_count(), 3) << "the test, the stream and the row";
+    Feed(7'200, kStart + milliseconds(80));
+    EXPECT_EQ(packet.use_count(), 2) << "the test and the row";
+    goOn.set_value();
+    ASSERT_TRUE(WaitUntilWritten(camera_.TimeLog()));
+    EXPECT_EQ(packet.use_count(), 1);
 }
 
 TEST_F(TimingLogRow, StreamsOfOneCameraShareTheFile) {
