@@ -38,3 +38,5 @@ endfunction()
 
 file(GLOB headers "${PREFIX}/include/camclock/*.h")
 check(camclock CAMCLOCK_API camclock ${headers})
+file(GLOB headers "${PREFIX}/include/camclock/Receiver.h" "${PREFIX}/include/camclock/receiver/*.h")
+check(camclock_receiver CAMCLOCK_RECEIVER_API camclock::receiver ${headers})

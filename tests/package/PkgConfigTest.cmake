@@ -27,4 +27,4 @@ function(check module source expected)
 endfunction()
 
 check(camclock "${SOURCES}/stranger/main.cpp" "10000 ms\n")
-check(camclock-receiver "${SOURCES}/receiver/main.cpp" "JPEG 90000 Hz\n")
+check(camclock-receiver "${SOURCES}/receiver/main.cpp" "1 packet, 8 bytes\n")
