@@ -17,7 +17,9 @@ constexpr double kWalk = 3e-8;
 
 // A block lasts long enough for a frame that met no queue, and has enough frames for a second lowest.
 constexpr double kBlock = 1.0;  // s
-constexpr std::uint32_t kBlockFrames = 8;
+constexpr std::uint32_t kBlockFrames = 25;
+constexpr double kSlowBlock = 5.0;  // s: enough with
+constexpr std::uint32_t kSlowBlockFrames = 8;
 
 // A low above the line weighs 1/9 of one below it: what is late may have waited, what is early has not.
 constexpr double kUpVariance = 3.0 * 3.0;
@@ -35,6 +37,7 @@ constexpr double kWholeMsDoubt = 600e-6;         // s: half a millisecond, and t
 // their NTP client (RFC 5905, 11.3), not set.
 constexpr double kStep = 0.1;          // s
 constexpr std::uint32_t kBack = 8;     // frames in a row that prove a step back
+constexpr double kWholeSteps = 16.0;   // so many usual steps are known to less than a frame's jitter
 constexpr std::uint32_t kBetween = 4;  // B frames stand in runs of no more than that
 
 // Averages of the cadence: over 16 and 64 frames, and what is added is clipped, so that a pause moves them
@@ -181,7 +184,9 @@ FloorLine::Answer FloorLine::Feed(TimePoint arrival_host, std::uint32_t rtp_ts) 
         }
         block_.sum += above;
         ++block_.frames;
-        if (frame.x - block_.begin >= kBlock && block_.frames >= kBlockFrames)
+        const double length = frame.x - block_.begin;
+        if ((length >= kBlock && block_.frames >= kBlockFrames) ||
+            (length >= kSlowBlock && block_.frames >= kSlowBlockFrames))
             _Learn(frame.x);
     }
     answer.happened = happened_;
@@ -266,15 +271,15 @@ void FloorLine::_MoveOrigin() {
 /// A stamp that is not newer: a further packet of its frame, a B frame, or a clock that was set back, which
 /// takes kBack frames to tell. Whether it was: then this is the newest stamp.
 bool FloorLine::_RanBack(const Place& frame) {
-    const double elapsed = frame.arrival - newest_.arrival;
-    if (frame.x != lastBack_.x ||
-        frame.arrival - lastBack_.arrival > 0.6 * (nominal_ > 0.0 ? nominal_ : 1.0)) {
-        silentBack_ = back_ == 0 ? nominal_ > 0.0 && elapsed > 2.0 * nominal_ : silentBack_;
-        ++back_;
-        lastBack_ = frame;
-    }
-    const bool byNominal = nominal_ > 0.0 && between_ == 0 && !silentBack_;
-    const double jump = frame.x - newest_.x - (byNominal ? back_ * nominal_ : elapsed);
+    if (frame.x == lastBack_.x &&
+        frame.arrival - lastBack_.arrival <= 0.6 * (nominal_ > 0.0 ? nominal_ : 1.0))
+        return false;
+    const double height = frame.y() - _Floor(frame.x);
+    if (back_++ == 0)
+        backFirst_ = frame.x;
+    backLow_ = back_ == 1 || frame.x <= lastBack_.x ? height : std::min(backLow_, height);
+    lastBack_ = frame;
+    const double jump = _BackBy();
     if (back_ < kBack || jump >= -kStep)
         return false;
     _Set(jump, frame.x);
@@ -282,25 +287,47 @@ bool FloorLine::_RanBack(const Place& frame) {
     return true;
 }
 
+/// By how much the frames that ran back were set: from the newest one to the first of them the stamps should
+/// have gone on by what passed meanwhile. The fastest of them lay on the line, had it been set, too.
+double FloorLine::_BackBy() const {
+    const double step = backFirst_ - newest_.x;
+    const double passed = step + backLow_;
+    return step - (between_ == 0 ? _WholeSteps(passed) : passed);
+}
+
+/// A time of some frames is one of whole frames, and what is left is the network's. Not so after a silence.
+double FloorLine::_WholeSteps(double passed) const {
+    if (nominal_ <= 0.0)
+        return passed;
+    const double steps = std::floor((passed + std::min(_Gate(), nominal_ / 4.0)) / nominal_);
+    return steps <= kWholeSteps ? std::max(steps, 1.0) * nominal_ : passed;
+}
+
 void FloorLine::_Follow(const Place& frame) {
     double step = frame.x - newest_.x;
-    double elapsed = frame.arrival - newest_.arrival;
+    const double elapsed = frame.arrival - newest_.arrival;
+    const double height = frame.y() - _Floor(frame.x);
     const double nominal = nominal_ > 0.0 ? nominal_ : step;
+    bool set = false;
     if (back_ > 0) {
-        const double jump = step - (between_ == 0 && !silentBack_ ? (back_ + 1.0) * nominal : elapsed);
-        if (back_ > between_ && jump < -kStep && step - elapsed < -kStep / 2) {
-            _Set(jump, frame.x);  // by so little that the next frame was newer again
-            step = elapsed = nominal;
-        } else {
+        backLow_ = std::min(backLow_, height);
+        const double jump = _BackBy();
+        set = back_ > between_ && jump < -kStep && step - elapsed < -kStep / 2;
+        if (set)
+            _Set(jump, frame.x);  // by so little that this frame is newer again
+        else
             between_ = std::max(between_, std::min(back_, kBetween));
-        }
         back_ = 0;
+    } else if (nominal_ > 0.0) {
+        // The stamps jumped, the arrivals did not; or a silence ended below the line.
+        set = (std::abs(step - nominal) > kStep &&
+               std::abs(elapsed - nominal) < 0.5 * std::abs(step - nominal)) ||
+              (elapsed > 2.0 * nominal && step - elapsed > kStep && height < -kStep);
+        if (set)
+            _Set(step - _WholeSteps(step + height), frame.x);
     }
-    if (std::abs(step - nominal) > kStep && std::abs(elapsed - nominal) < 0.5 * std::abs(step - nominal)) {
-        // The stamps jumped, the arrivals did not. After a silence only the arrivals tell how long it was.
-        _Set(step - (elapsed > 2.0 * nominal ? elapsed : nominal), frame.x);
+    if (set)
         step = nominal;
-    }
     const double steps = StepsIn(step, nominal);
     steps_ += static_cast<std::uint32_t>(steps);
     deviation_ += (std::min(std::abs(step - steps * nominal), kDeviationClip) - deviation_) / 64;

@@ -170,6 +170,8 @@ private:
     Place _Locate(TimePoint arrival_host, std::uint32_t rtp_ts, std::int64_t& ticks) const;
     void _Begin(TimePoint arrival_host);
     bool _RanBack(const Place& frame);
+    double _BackBy() const;
+    double _WholeSteps(double passed) const;
     void _Follow(const Place& frame);
     void _Set(double jump, double x);
     double _Floor(double x) const { return offset_ + slope_ * (x - place_); }
@@ -217,7 +219,8 @@ private:
     std::uint32_t steps_ = 0;    // usual steps so far, lost frames included; modulo 2^32
     std::uint32_t back_ = 0;     // frames in a row that ran back
     std::uint32_t between_ = 0;  // B frames that stand between two others
-    bool silentBack_ = false;    // they began after a silence
+    double backFirst_ = 0.0;     // x of the first of them
+    double backLow_ = 0.0;       // s: least height of them above the line
 
     Block block_;
     Window<OffLine, kRing> ring_;

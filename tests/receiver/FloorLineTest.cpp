@@ -298,6 +298,7 @@ INSTANTIATE_TEST_SUITE_P(
         NetworkCase{"Wan", On(kWan), 90, 0.154, 0.243, 0.288, 99},
         NetworkCase{"WanAt60", On(kWan, [](Scene& s) { s.fps = 60.0; }), 90, 0.100, 0.135, 0.198, 99},
         NetworkCase{"LanAt5", On(kLan, [](Scene& s) { s.fps = 5.0; }), 90, 0.055, 0.070, 0.074, 99},
+        NetworkCase{"WanAt5", On(kWan, [](Scene& s) { s.fps = 5.0; }), 90, 0.52, 0.61, 0.71, 99},
         NetworkCase{"LanOneInTwentyLost", On(kLan, [](Scene& s) { s.lost = 0.05; }), 90, 0.028, 0.039, 0.044,
                     99},
         NetworkCase{"LanWithStalls", On(kLan, [](Scene& s) { s.delay = Stalls(); }), 90, 0.029, 0.044, 0.049,
@@ -330,6 +331,17 @@ TEST(FloorLine, IsSettledWhenItsFirstBlockWasFull) {
     Exact film;
     EXPECT_FALSE(film.Run(1.0).settled);
     EXPECT_TRUE(film.Run(0.2).settled);
+}
+
+TEST(FloorLine, BlocksOfASlowCameraAreLonger) {
+    Exact slow;  // 2 frames a second: 5 s
+    for (int i = 0; i <= 10; ++i)
+        EXPECT_FALSE(slow.Step(0.5, 0.5).settled);
+    EXPECT_TRUE(slow.Step(0.5, 0.5).settled);
+    Exact slower;  // a frame in 2 s: 8 frames
+    for (int i = 0; i < 8; ++i)
+        EXPECT_FALSE(slower.Step(2.0, 2.0).settled);
+    EXPECT_TRUE(slower.Step(2.0, 2.0).settled);
 }
 
 TEST(FloorLine, TheFirstBlockTakesTheLowestSoFar) {
@@ -512,8 +524,23 @@ TEST(FloorLine, StampsSetBackByAFewFramesAreSeenWhenTheyAreNewAgain) {
     EXPECT_LE(std::abs(film.Error(film.Run(60.0))), 0.1e-3);
 }
 
+TEST(FloorLine, StampsSetWhileFramesAreLostAreSetByWholeFrames) {
+    for (const double jump : {-1.0, -0.2, 1.0}) {
+        for (std::uint32_t seed = 1; seed <= 10; ++seed) {
+            SCOPED_TRACE(std::to_string(jump) + ", seed " + std::to_string(seed));
+            Scene scene = On(kLan, ClockSet(300, jump));
+            scene.lost = 0.2;
+            const Outcome outcome = Judge(scene, seed, 300.0);
+            const auto set = outcome.Events(Kind::kSet);
+            ASSERT_EQ(set.size(), 1u);
+            EXPECT_NEAR(SecondsOf(set.front().size), jump, 1e-3);
+            EXPECT_LE(outcome.Error_ms(0.99, 301.0), 0.05);
+        }
+    }
+}
+
 TEST(FloorLine, StampsSetDuringASilenceAreSetByWhatTheArrivalsSay) {
-    for (const double jump : {3'600.0, 100.0, -3'600.0, -100.0}) {
+    for (const double jump : {3'600.0, 100.0, 20.0, 1.0, -3'600.0, -100.0}) {
         SCOPED_TRACE(jump);
         Exact film;
         film.Run(60.0);
