@@ -12,6 +12,11 @@ SourceChoice::Verdict SourceChoice::Take(const Arrived& arrived) {
     if (!source_)
         source_ = arrived.ssrc;
     if (arrived.ssrc == *source_) {
+        if (!proven_) {
+            inSequence_ = arrived.Follows(next_) ? inSequence_ + 1 : 1;
+            proven_ = inSequence_ >= kInSequence;
+        }
+        next_ = arrived.Next();
         last_host_ = now;
         if (left_host_ && Elapsed(*left_host_, now) > kSilence)
             left_host_.reset();  // it goes on all the same
@@ -20,12 +25,15 @@ SourceChoice::Verdict SourceChoice::Take(const Arrived& arrived) {
 
     Candidate& candidate = _CandidateFor(arrived);
     _Count(candidate, arrived);
-    const bool proven = candidate.inSequence >= kInSequence && Elapsed(last_host_, now) >= kSilence;
-    if (!proven && !left_host_)
+    const bool believed =
+        candidate.inSequence >= kInSequence && (!proven_ || Elapsed(last_host_, now) >= kSilence);
+    if (!believed && !left_host_)
         return Verdict::kForeign;
     believed_ = std::move(candidate.kept);
     Restart();
     source_ = arrived.ssrc;
+    next_ = arrived.Next();
+    proven_ = believed;
     last_host_ = now;
     return Verdict::kChanged;
 }
@@ -42,6 +50,9 @@ void SourceChoice::Bye(std::uint32_t ssrc, TimePoint arrival_host) {
 void SourceChoice::Restart() {
     source_.reset();
     left_host_.reset();
+    next_.reset();
+    inSequence_ = 0;
+    proven_ = false;
     for (Candidate& candidate : candidates_)
         candidate = Candidate{};
 }
@@ -65,7 +76,7 @@ SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
 
 void SourceChoice::_Count(Candidate& candidate, const Arrived& arrived) {
     const TimePoint now = arrived.piece.arrival_host;
-    const bool follows = candidate.inSequence > 0 && arrived.piece.seq == candidate.next;
+    const bool follows = candidate.inSequence > 0 && arrived.Follows(candidate.next);
     const bool paused = candidate.inSequence > 0 && Elapsed(candidate.last_host, now) > kPause;
     if (paused)
         candidate.kept.clear();

@@ -19,10 +19,11 @@ struct Arrived {
     Piece piece;  ///< of a frame: stamp, sequence number and arrival of its first packet
     std::optional<Assembled> frame;
 
-    /// The sequence number that follows it.
-    std::uint16_t Next() const {
-        return static_cast<std::uint16_t>(piece.seq + (frame ? frame->packets : 1));
-    }
+    /// The sequence number that follows a packet.
+    std::uint16_t Next() const { return static_cast<std::uint16_t>(piece.seq + 1); }
+
+    /// Is it the one that was due? Of frames nobody knows whether packets are missing between them.
+    bool Follows(std::optional<std::uint16_t> next) const { return frame || next == piece.seq; }
 };
 
 /// Whose packets are the stream's? The first source that is seen; another one (RFC 3550, A.1) after its third
@@ -73,6 +74,9 @@ private:
     static void _Count(Candidate& candidate, const Arrived& arrived);
 
     std::optional<std::uint32_t> source_;
+    std::optional<std::uint16_t> next_;   // sequence number that follows it
+    int inSequence_ = 0;                  // packets of it in sequence, up to kInSequence
+    bool proven_ = false;                 // there have been enough of them
     TimePoint last_host_{};               // arrival of the source's last packet
     std::optional<TimePoint> left_host_;  // it has said BYE
     std::array<Candidate, kCandidates> candidates_;
