@@ -1,9 +1,9 @@
 // The program's measurement of one host, over real sockets between network namespaces.
 #include "apps/camclock/sources/HostProbe.h"
 
-#include "receiver/HostClock.h"
 #include "support/NetworkNamespaces.h"
 #include "support/ScriptedCamera.h"
+#include <camclock/Receiver.h>
 
 #include <gtest/gtest.h>
 
@@ -31,7 +31,7 @@ protected:
         network_ = TwoNamespaces::Make(camera, whyNot);
         if (!network_)
             GTEST_SKIP() << whyNot;
-        receiver::HostClock::Anchor();
+        receiver::Now();
     }
 
     static ProbeOutcome Run(const std::string& host, int timeout_ms) {

@@ -154,8 +154,7 @@ TEST(Watch, WritesTheTimingLogAndTheMessages) {
     text << std::ifstream(log).rdbuf();
     std::remove(log.c_str());
     for (const std::string& messages : {text.str(), outcome.err})
-        EXPECT_NE(messages.find("RTSP.TimeFilterInstance: " + camera.Url() +
-                                "  Initializing mean latency [ms] with: 30"),
+        EXPECT_NE(messages.find("RTSP.TimeFilterInstance: video Initializing mean latency [ms] with: 30"),
                   std::string::npos)
             << messages;
 }

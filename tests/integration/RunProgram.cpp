@@ -1,7 +1,7 @@
 #include "RunProgram.h"
 
 #include "apps/camclock/sources/RtspReceiver.h"
-#include "receiver/HostClock.h"
+#include <camclock/Receiver.h>
 
 #include <gst/gst.h>
 
@@ -69,7 +69,7 @@ std::future<Outcome> StartProgram(const std::string& arguments) {
 
 TestCamera::Settings With(TestCamera::Stream stream) {
     static const bool prepared = [] {
-        receiver::HostClock::Anchor();
+        receiver::Now();
         return !PrepareGstreamer().has_value();
     }();
     EXPECT_TRUE(prepared);

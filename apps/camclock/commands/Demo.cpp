@@ -6,7 +6,8 @@
 #include "apps/camclock/views/DemoReport.h"
 #include "apps/camclock/views/Output.h"
 #include "apps/camclock/views/Terminal.h"
-#include "receiver/HostClock.h"
+
+#include <camclock/Receiver.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -37,11 +38,11 @@ WatchPlan PlanOf(const DemoOptions& options, const std::string& url) {
     WatchPlan plan;
     const StreamUrl target = *StreamUrl::Parse(url);
     if (options.transport != DemoTransport::kTcp)
-        plan.targets.push_back({"udp", target, Transport::kUdp});
+        plan.targets.push_back({"udp", false, target, Transport::kUdp});
     if (options.transport != DemoTransport::kUdp)
-        plan.targets.push_back({"tcp", target, Transport::kTcp});
+        plan.targets.push_back({"tcp", false, target, Transport::kTcp});
     if (options.meanLatency_ms)
-        plan.timing.meanLatency = std::chrono::milliseconds(*options.meanLatency_ms);
+        plan.timing.camera.meanLatency = std::chrono::milliseconds(*options.meanLatency_ms);
     plan.duration = std::chrono::milliseconds(static_cast<std::int64_t>(options.duration_s * 1000.0));
     plan.quiet = options.format == DemoFormat::kJson;
     plan.logsToTerminal = options.log.verbose;
@@ -68,7 +69,7 @@ ExitCode Compare(const DemoOptions& options) {
         if (!truth)
             comparison.AddUnknown();
         else if (const auto measured = comparison.Add(row, *truth))
-            watch.SetMeanLatency(*measured);
+            watch.Camera().SetMeanLatency(*measured);
     });
     const ExitCode watched = run.Run();
 
@@ -97,7 +98,7 @@ ExitCode RunDemo(const DemoOptions& options) {
         return Report(*failure);
     if (const auto failure = PrepareGstreamer())
         return Report(*failure);
-    receiver::HostClock::Anchor();
+    receiver::Now();  // anchors the host's clock
     Terminal::CatchInterrupts();
     if (options.format == DemoFormat::kTable)
         Output::Standard().Lines(

@@ -29,7 +29,7 @@ public:
 
 protected:
     void _append(const log4cpp::LoggingEvent& event) override {
-        output_.Line(_getLayout().format(event));
+        output_.Lines(_getLayout().format(event));
         output_.Flush(std::chrono::milliseconds(0));
     }
 

@@ -6,7 +6,8 @@
 #include "apps/camclock/views/ProbeWriter.h"
 #include "apps/camclock/views/RowSink.h"
 #include "apps/camclock/views/Terminal.h"
-#include "receiver/HostClock.h"
+
+#include <camclock/Receiver.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -80,7 +81,7 @@ ExitCode RunProbe(const ProbeOptions& options) {
         return Report(*failure);
     if (const auto failure = HostProbe::MissingRight())
         return Report(*failure);
-    receiver::HostClock::Anchor();
+    receiver::Now();  // anchors the host's clock
     Terminal::CatchInterrupts();
 
     std::list<Target> targets;

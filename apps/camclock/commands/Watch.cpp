@@ -5,7 +5,8 @@
 #include "apps/camclock/sources/RtspReceiver.h"
 #include "apps/camclock/views/Output.h"
 #include "apps/camclock/views/Terminal.h"
-#include "receiver/HostClock.h"
+
+#include <camclock/Receiver.h>
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
@@ -84,7 +85,7 @@ std::optional<Failure> ReadTargets(const WatchOptions& options, WatchPlan& plan)
             url->password = password == nullptr ? "" : password;
         }
         const std::string name = named.camera.empty() ? url->label : named.camera;
-        plan.targets.push_back({name, std::move(*url), plan.connection.transport});
+        plan.targets.push_back({name, !named.camera.empty(), std::move(*url), plan.connection.transport});
     }
     return std::nullopt;
 }
@@ -116,7 +117,7 @@ ExitCode RunWatch(WatchOptions& options) {
     if (const auto failure = CheckTls(plan.connection))
         return Report(*failure);
 
-    receiver::HostClock::Anchor();
+    receiver::Now();  // anchors the host's clock
     Terminal::CatchInterrupts();
     auto run = std::make_unique<WatchRun>(std::move(plan));
     const ExitCode result = run->Run();

@@ -34,36 +34,39 @@ CLI::Option* AddMilliseconds(CLI::App& command, const std::string& name, const s
 
 void AddTimingOptions(CLI::App& command, TimingSettings& settings) {
     using std::chrono::milliseconds;
-    const std::string group = "Timing (library settings)";
-    AddMilliseconds(command, "--mean-latency", "Latency to expect from capture to reception [30]",
-                    -kLongest_ms, [&settings](milliseconds value) { settings.meanLatency = value; })
+    const std::string group = "Timing";
+    AddMilliseconds(command, "--mean-latency", "Latency of the usual frame, from capture to reception [30]",
+                    -kLongest_ms, [&settings](milliseconds value) { settings.camera.meanLatency = value; })
         ->group(group);
-    AddMilliseconds(command, "--expected-difference", "Clock difference to begin with, host less camera [0]",
-                    -kLongest_ms, [&settings](milliseconds value) { settings.expectedDifference = value; })
+    command
+        .add_option_function<double>(
+            "--least-latency",
+            [&settings](const double& value) {
+                settings.camera.leastLatency =
+                    std::chrono::microseconds(static_cast<std::int64_t>(value * 1000.0));
+            },
+            "Latency of the fastest frame, for the precise estimator [the mean latency]")
+        ->type_name("MS")
+        ->check(CLI::Range(-1e6, 1e6).description(""))
         ->group(group);
-    AddMilliseconds(command, "--sync-shift", "Constant that is added to every capture time [0]", -kLongest_ms,
-                    [&settings](milliseconds value) { settings.syncShift = value; })
+    AddChoice<receiver::Estimator>(
+        command, "--estimator", settings.camera.estimator,
+        {{"median", receiver::Estimator::kMedian}, {"precise", receiver::Estimator::kFloorLine}},
+        "Whose answer TOC_host is: median (default) or precise")
+        ->type_name("KIND")
         ->group(group);
     AddMilliseconds(command, "--packet-timeout", "Longest silence of a stream [10000]", 1,
-                    [&settings](milliseconds value) { settings.packetTimeOut = value; })
+                    [&settings](milliseconds value) { settings.camera.packetTimeOut = value; })
         ->group(group);
     AddMilliseconds(command, "--rtcp-timeout",
                     "Longest time without sender report, with --require-rtcp [30000]", 1,
-                    [&settings](milliseconds value) { settings.rtcpTimeOut = value; })
+                    [&settings](milliseconds value) { settings.camera.reportTimeOut = value; })
         ->group(group);
-    command.add_flag("--require-rtcp", settings.requireRtcp, "A stream without sender reports is faulty")
-        ->group(group);
-    command
-        .add_flag_callback(
-            "--no-filtering", [&settings] { settings.filtering = false; },
-            "Report the camera's own time, not the host's")
+    command.add_flag("--require-rtcp", settings.requireReports, "A stream without sender reports is faulty")
         ->group(group);
     command
-        .add_flag_callback(
-            "--no-estimation", [&settings] { settings.estimation = false; },
-            "Do not estimate the clock difference: use --expected-difference")
-        ->group(group);
-    command.add_option("--timing-log", settings.timingLogDirectory, "Write a timing log into this directory")
+        .add_option("--timing-log", settings.camera.timingLogDirectory,
+                    "Write timing logs into this directory, one an epoch")
         ->type_name("DIR")
         ->group(group);
 }
@@ -76,14 +79,23 @@ void AddIcmpOptions(CLI::App& command, TimingSettings& settings) {
     command
         .add_option_function<std::int64_t>(
             "--poll",
-            [&settings](const std::int64_t& value) { settings.pollInterval = std::chrono::seconds(value); },
+            [&settings](const std::int64_t& value) {
+                settings.camera.icmpPoll = std::chrono::seconds(value);
+            },
             "From one measurement to the next [60]")
         ->type_name("SECONDS")
         ->check(CLI::Range(1, 31'536'000).description(""))
         ->needs(icmp)
         ->group(group);
+    AddMilliseconds(
+        command, "--expected-difference",
+        "Clock difference to begin with, host less camera, to within 12 hours: it tells the day [0]",
+        -kLongest_ms,
+        [&settings](std::chrono::milliseconds value) { settings.camera.expectedDifference = value; })
+        ->needs(icmp)
+        ->group(group);
     command
-        .add_option("--probe-log", settings.probeLogDirectory,
+        .add_option("--probe-log", settings.camera.probeLogDirectory,
                     "Write probelog.txt into this directory; of several cameras, into 1, 2 ... below it")
         ->type_name("DIR")
         ->needs(icmp)
@@ -118,9 +130,9 @@ std::optional<Failure> CheckDirectory(const std::string& directory, const char* 
 }  // namespace
 
 std::optional<Failure> CheckTimingSettings(const TimingSettings& settings) {
-    if (auto failure = CheckDirectory(settings.timingLogDirectory, "--timing-log"))
+    if (auto failure = CheckDirectory(settings.camera.timingLogDirectory, "--timing-log"))
         return failure;
-    return CheckDirectory(settings.probeLogDirectory, "--probe-log");
+    return CheckDirectory(settings.camera.probeLogDirectory, "--probe-log");
 }
 
 std::optional<Failure> CheckRoom(const std::string& directory) {

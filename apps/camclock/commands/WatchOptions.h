@@ -2,7 +2,8 @@
 
 #include "apps/camclock/Failure.h"
 #include "apps/camclock/commands/LogSetup.h"
-#include "apps/camclock/sources/WatchSettings.h"
+
+#include <camclock/receiver/Settings.h>
 
 #include <CLI/CLI.hpp>
 
@@ -13,6 +14,13 @@
 #include <vector>
 
 namespace camclock::app {
+
+/// What the command line says about timing.
+struct TimingSettings {
+    receiver::Settings camera;    ///< of every camera, but for `icmpHost`
+    bool icmp = false;            ///< measure the clock difference
+    bool requireReports = false;  ///< a stream without sender reports is faulty
+};
 
 // Options that more than one subcommand offers. `settings` must live until the command line has been parsed.
 

@@ -56,8 +56,10 @@ WatchRun::WatchRun(WatchPlan plan, Observer observer)
         CameraWatch::Numbers numbers{static_cast<int>(i) + 1, std::nullopt};
         if (connection.audio)
             numbers.audio = pictures + numbers.video;
+        const TimingSettings& timing = plan_.timing;
         cameras_.push_back(std::make_unique<CameraWatch>(
-            target.camera, numbers, target.url, _TimingOf(i), connection,
+            target.camera, _CameraOf(i), numbers, target.url, connection,
+            timing.requireReports ? std::optional(timing.camera.reportTimeOut) : std::nullopt,
             [url = target.url, connection](Worker& worker, PacketSource::Taker taker) {
                 return std::make_unique<RtspReceiver>(url, connection, worker, std::move(taker));
             },
@@ -70,16 +72,28 @@ WatchRun::WatchRun(WatchPlan plan, Observer observer)
                     {camera.get(), {static_cast<int>(streams_.size()) + 1, camera->Name(), media}, {}, {}});
 }
 
-TimingSettings WatchRun::_TimingOf(std::size_t target) const {
-    TimingSettings timing = plan_.timing;
-    if (plan_.targets.size() > 1 && !timing.probeLogDirectory.empty()) {
+std::shared_ptr<receiver::Camera> WatchRun::_CameraOf(std::size_t index) {
+    const WatchPlan::Target& target = plan_.targets[index];
+    if (target.named && named_.count(target.camera) > 0)
+        return named_[target.camera];
+    receiver::Settings settings = plan_.timing.camera;
+    if (plan_.timing.icmp && !target.url.ipv6)
+        settings.icmpHost = target.url.host;
+    if (plan_.targets.size() > 1 && !settings.probeLogDirectory.empty()) {
         // The probe log's name is always the same, so that each camera gets a directory of its own.
-        const auto own = std::filesystem::path(timing.probeLogDirectory) / std::to_string(target + 1);
+        const auto own = std::filesystem::path(settings.probeLogDirectory) / std::to_string(index + 1);
         std::error_code ignored;
         std::filesystem::create_directories(own, ignored);
-        timing.probeLogDirectory = own.string();
+        settings.probeLogDirectory = own.string();
     }
-    return timing;
+    auto camera =
+        std::make_shared<receiver::Camera>(target.camera, settings, [this](const receiver::Event& event) {
+            const std::lock_guard<std::mutex> guard(eventsMutex_);
+            events_.push_back(event);
+        });
+    if (target.named)
+        named_[target.camera] = camera;
+    return camera;
 }
 
 WatchRun::~WatchRun() = default;
@@ -88,8 +102,11 @@ ExitCode WatchRun::Run() {
     if (sink_)
         sink_->Begin();
     const Clock::time_point start = Clock::now();
-    for (const auto& camera : cameras_)
+    for (const auto& camera : cameras_) {
+        if (plan_.timing.icmp && camera->Url().ipv6)
+            _Tell(camera->Name() + ": ICMP needs IPv4; going on with the latency estimate");
         camera->Start(start);
+    }
 
     const auto running = [](const auto& camera) { return camera->GetState() != CameraWatch::State::kEnded; };
     bool timeIsOver = false;
@@ -108,15 +125,15 @@ ExitCode WatchRun::Run() {
     for (const auto& camera : cameras_)
         if (camera->LastFailure() && result_ == ExitCode::kSuccess)
             result_ = camera->LastFailure()->code;
-    _TakeRows(milliseconds(0));
+    _Stop();
     if (timeIsOver)
         _CheckForFrames();
-    _Close();
     if (sink_) {
         sink_->End();
         if (!Output::Standard().ReaderGone())
             _Summarise();
     }
+    _Close();
     return result_;
 }
 
@@ -125,16 +142,39 @@ void WatchRun::_Fail(const Failure& failure) {
         result_ = failure.code;
 }
 
+void WatchRun::_Tell(const std::string& news) {
+    if (sink_)
+        sink_->News(news);
+    else
+        Output::Error().Line("camclock: " + news);
+}
+
 void WatchRun::_Poll(Clock::time_point now) {
     for (const auto& camera : cameras_) {
-        for (const std::string& news : camera->Poll(now)) {
-            if (sink_)
-                sink_->News(news);
-            else
-                Output::Error().Line("camclock: " + news);
-        }
+        camera->Camera().Poll();
+        _TakeEvents();
+        for (const std::string& news : camera->Poll(now))
+            _Tell(news);
         if (camera->GetState() == CameraWatch::State::kEnded && camera->LastFailure())
             _Fail(*camera->LastFailure());
+    }
+}
+
+/// A stream that has fallen silent is its watch's to tell; the usual is not news.
+void WatchRun::_TakeEvents() {
+    std::vector<receiver::Event> events;
+    {
+        const std::lock_guard<std::mutex> guard(eventsMutex_);
+        events.swap(events_);
+    }
+    for (const receiver::Event& event : events) {
+        if (event.kind == receiver::Event::Kind::kSilent) {
+            for (const auto& camera : cameras_)
+                if (camera->Name() == event.camera)
+                    camera->OnSilence(event.stream);
+        } else if (event.kind != receiver::Event::Kind::kFirstReport) {
+            _Tell(event.text);
+        }
     }
 }
 
@@ -147,7 +187,8 @@ void WatchRun::_CheckOutputs(Clock::time_point now) {
         trouble = LogTrouble();
     if (!trouble && now >= nextDiskCheck_) {
         nextDiskCheck_ = now + milliseconds(500);
-        for (const std::string& directory : {plan_.timing.timingLogDirectory, plan_.timing.probeLogDirectory})
+        for (const std::string& directory :
+             {plan_.timing.camera.timingLogDirectory, plan_.timing.camera.probeLogDirectory})
             if (auto full = CheckRoom(directory))
                 trouble = full;
     }
@@ -167,19 +208,24 @@ void WatchRun::_CheckForFrames() {
             ExitCode::kTimeOut,
             fmt::format("{}: time-out: no frame within {} ms", stream.name.camera, plan_.duration->count()),
             "let it run longer with --duration"};
-        if (sink_)
-            sink_->News(failure.Text());
+        _Tell(failure.Text());
         _Fail(failure);
     }
 }
 
-void WatchRun::_Close() {
+void WatchRun::_Stop() {
     for (const auto& camera : cameras_)
         camera->Stop();
     _TakeRows(milliseconds(0));
+    _TakeEvents();
+}
+
+/// Where the clock difference is measured, a camera takes more than a second to go, too.
+void WatchRun::_Close() {
     const Clock::time_point deadline = Clock::now() + kLongestClosing;
     for (const auto& camera : cameras_)
         stuck_ = !camera->WaitUntilClosed(deadline) || stuck_;
+    stuck_ = stuck_ || plan_.timing.icmp;
 }
 
 void WatchRun::_TakeRows(milliseconds timeOut) {
@@ -256,8 +302,8 @@ std::vector<StreamLine> WatchRun::_Lines() const {
         if (camera.LastFailure())
             line.failure = camera.LastFailure()->what;
         line.statistics = &stream.statistics;
-        line.icmp = camera.WithIcmp() && stream.name.media == "video";
-        line.meanLatency = plan_.timing.meanLatency;
+        line.icmp = plan_.timing.icmp && !camera.Url().ipv6 && stream.name.media == "video";
+        line.meanLatency = plan_.timing.camera.meanLatency;
         lines.push_back(std::move(line));
     }
     return lines;

@@ -2,6 +2,7 @@
 
 #include "apps/camclock/Failure.h"
 #include "apps/camclock/commands/FrameQueue.h"
+#include "apps/camclock/commands/WatchOptions.h"
 #include "apps/camclock/sources/CameraWatch.h"
 #include "apps/camclock/sources/StreamUrl.h"
 #include "apps/camclock/sources/WatchSettings.h"
@@ -10,7 +11,9 @@
 
 #include <chrono>
 #include <functional>
+#include <map>
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <string>
 #include <vector>
@@ -22,7 +25,8 @@ enum class SummaryFormat { kText, kJson, kNone };
 /// What to watch, for how long, and how to tell.
 struct WatchPlan {
     struct Target {
-        std::string camera;  ///< its name; URLs of one name are one camera
+        std::string camera;  ///< what it is called
+        bool named = false;  ///< by the user: URLs of one name are one camera
         StreamUrl url;
         Transport transport = Transport::kAuto;
     };
@@ -68,7 +72,10 @@ private:
     void _CheckForFrames();
     void _Fail(const Failure& failure);
     void _Close();
-    TimingSettings _TimingOf(std::size_t target) const;
+    std::shared_ptr<receiver::Camera> _CameraOf(std::size_t target);
+    void _TakeEvents();
+    void _Tell(const std::string& news);
+    void _Stop();
     void _TakeRows(std::chrono::milliseconds timeOut);
     void _Summarise();
     std::vector<StreamLine> _Lines() const;
@@ -80,8 +87,11 @@ private:
     WatchPlan plan_;
     Observer observer_;
     FrameQueue queue_{kQueueCapacity};
-    std::unique_ptr<RowSink> sink_;                      // none when quiet
-    std::vector<Stream> streams_;                        // by number, from 1
+    std::unique_ptr<RowSink> sink_;  // none when quiet
+    std::vector<Stream> streams_;    // by number, from 1
+    std::mutex eventsMutex_;         // guards events_, which receiving threads fill
+    std::vector<receiver::Event> events_;
+    std::map<std::string, std::shared_ptr<receiver::Camera>> named_;
     std::vector<std::unique_ptr<CameraWatch>> cameras_;  // destroyed first: they fill the queue
     ExitCode result_ = ExitCode::kSuccess;
     bool ended_ = false;  // there is no sense in going on

@@ -7,37 +7,18 @@
 
 namespace camclock::app {
 
-CameraWatch::CameraWatch(std::string name, Numbers numbers, StreamUrl url, TimingSettings timing,
-                         const ConnectionSettings& connection, SourceMaker makeSource, Rows rows)
+CameraWatch::CameraWatch(std::string name, std::shared_ptr<receiver::Camera> camera, Numbers numbers,
+                         StreamUrl url, const ConnectionSettings& connection,
+                         std::optional<std::chrono::milliseconds> requireReports, SourceMaker makeSource,
+                         Rows rows)
     : name_(std::move(name))
+    , camera_(std::move(camera))
     , numbers_(numbers)
     , url_(std::move(url))
-    , timing_(std::move(timing))
     , connection_(connection)
+    , requireReports_(requireReports)
     , makeSource_(std::move(makeSource))
-    , rows_(std::move(rows))
-    , timeFilter_(url_.label + ": ") {
-    timeFilter_.SetPacketTimeOut(timing_.packetTimeOut);
-    timeFilter_.SetRtcpTimeOut(timing_.rtcpTimeOut);
-    timeFilter_.SetSyncShift(timing_.syncShift);
-    timeFilter_.RequireRTCP(timing_.requireRtcp);
-    if (timing_.icmp)
-        _StartProbing();
-    if (timing_.expectedDifference)
-        timeFilter_.CheckPollDifference(*timing_.expectedDifference);
-    if (!timing_.timingLogDirectory.empty())
-        timeFilter_.EnableTimeLogging(timing_.timingLogDirectory);
-    timeFilter_.AssignShutdownHandler([this] { shutDown_ = true; });
-}
-
-void CameraWatch::_StartProbing() {
-    const std::string& directory = timing_.probeLogDirectory;
-    timeFilter_.UseICMP(url_.host, timing_.pollInterval, directory, !directory.empty());
-    probing_ = true;
-    // Without estimation nobody else tells what to expect, and the first measurement would wait for ever.
-    if (!timing_.estimation && !timing_.expectedDifference)
-        timeFilter_.CheckPollDifference(std::chrono::milliseconds(0));
-}
+    , rows_(std::move(rows)) {}
 
 CameraWatch::~CameraWatch() {
     Stop();
@@ -50,7 +31,7 @@ void CameraWatch::Start(Clock::time_point now) {
 
 void CameraWatch::_Connect(Clock::time_point now) {
     anyFrame_ = false;
-    shutDown_ = false;
+    silent_ = false;
     state_ = State::kConnecting;
     connectedAt_ = now;
     nextCheck_ = now;
@@ -58,36 +39,43 @@ void CameraWatch::_Connect(Clock::time_point now) {
     source_->Start();
 }
 
+std::string CameraWatch::StreamId(const std::string& media) const {
+    const std::string label = name_ == url_.label ? "" : url_.label;
+    return media == "video" && !label.empty() ? label : label.empty() ? media : label + " " + media;
+}
+
 /// On a thread of the source.
-std::shared_ptr<StreamSession> CameraWatch::_Take(const receiver::Format& format) {
+std::shared_ptr<StreamFeed> CameraWatch::_Take(const receiver::Format& format) {
     const bool audio = format.media == "audio";
     if (format.media != "video" && !(audio && numbers_.audio))
         return nullptr;
     const int number = audio ? *numbers_.audio : numbers_.video;
-    const std::lock_guard<std::mutex> guard(sessionMutex_);
-    auto session = std::make_shared<StreamSession>(
-        timeFilter_, url_.label + (audio ? " audio " : " "), format, timing_,
-        [this, number, rate = format.clockRate_Hz](const receiver::Frame& frame) {
-            anyFrame_ = true;
-            rows_({number, rate, frame});
-        });
-    sessions_[number] = session;
-    return session;
+    const std::lock_guard<std::mutex> guard(knownMutex_);
+    Known& known = known_[number];
+    const bool goesOn = known.stream && known.format.encoding == format.encoding &&
+                        known.format.payloadType == format.payloadType &&
+                        known.format.clockRate_Hz == format.clockRate_Hz;
+    known.format = format;
+    if (goesOn)
+        known.stream->Restarted();
+    else
+        known.stream = camera_->AddStream(
+            StreamId(format.media), format,
+            [this, audio, number, rate = format.clockRate_Hz](const receiver::Frame& frame) {
+                anyFrame_ = anyFrame_ || !audio;
+                rows_({number, rate, frame});
+            });
+    known.feed = std::make_shared<StreamFeed>(known.stream, format);
+    return known.feed;
 }
 
 std::vector<std::string> CameraWatch::Poll(Clock::time_point now) {
-    std::vector<std::string> news;
-    if (probing_ && !timeFilter_.IsUsingProbe()) {
-        probing_ = false;
-        news.push_back(fmt::format(
-            "{}: eleven ICMP measurements in a row failed; going on with the latency estimate", name_));
-    }
     switch (state_) {
-    case State::kEnded: return news;
+    case State::kEnded: return {};
     case State::kWaiting:
         if (now >= nextAttempt_)
             _Connect(now);
-        return news;
+        return {};
     case State::kConnecting:
     case State::kReceiving: break;
     }
@@ -100,16 +88,17 @@ std::vector<std::string> CameraWatch::Poll(Clock::time_point now) {
         failure_.reset();
     }
     if (std::optional<Failure> failure = _Check(now))
-        news.push_back(_Lose(std::move(*failure), now));
-    return news;
+        return {_Lose(std::move(*failure), now)};
+    return {};
+}
+
+void CameraWatch::OnSilence(const std::string& streamId) {
+    silent_ = silent_ || streamId == StreamId("video");
 }
 
 std::optional<Failure> CameraWatch::_Check(Clock::time_point now) {
     if (std::optional<Failure> failure = source_->Poll())
         return failure;
-    if (shutDown_)
-        return Failure{ExitCode::kStreamLost, "stream lost: 1,000 frames in a row had no usable time stamp",
-                       "restart the camera, or use --reconnect"};
     if (state_ == State::kConnecting) {
         if (now - connectedAt_ < connection_.connectTimeOut)
             return std::nullopt;
@@ -120,29 +109,26 @@ std::optional<Failure> CameraWatch::_Check(Clock::time_point now) {
                 ? "a firewall may stop UDP: try --transport tcp"
                 : "look whether the camera is switched on and its stream enabled"};
     }
+    if (silent_)
+        return Failure{
+            ExitCode::kTimeOut, "time-out: no packet for too long",
+            "look at the camera and the network, allow more with --packet-timeout, or use --reconnect"};
+    return requireReports_ ? _CheckReports(now) : std::nullopt;
+}
+
+std::optional<Failure> CameraWatch::_CheckReports(Clock::time_point now) {
     if (now < nextCheck_)
         return std::nullopt;
     nextCheck_ = now + std::chrono::milliseconds(250);
-    return _CheckArrival(now);
-}
-
-std::optional<Failure> CameraWatch::_CheckArrival(Clock::time_point now) {
-    const std::shared_ptr<StreamSession> session = _Session(numbers_.video);
-    if (!session)
-        return std::nullopt;
-    if (timing_.requireRtcp && !session->Snapshot().lastReport_host &&
-        now - receivingSince_ > timing_.rtcpTimeOut)
-        return Failure{
-            ExitCode::kTimeOut,
-            fmt::format("time-out: no sender report within {} ms", timing_.rtcpTimeOut.count()),
-            "switch RTCP on in the camera, allow more with --rtcp-timeout, or leave --require-rtcp out"};
-    if (session->ArrivalIsOk())
+    auto without = std::chrono::duration_cast<Ticks>(now - receivingSince_);
+    if (const auto facts = Facts(numbers_.video))
+        if (const auto last = facts->statistics.lastReport_host)
+            without = std::min(without, receiver::Now() - *last);
+    if (without <= *requireReports_)
         return std::nullopt;
     return Failure{
-        ExitCode::kTimeOut,
-        fmt::format("time-out: no {} for too long",
-                    timing_.requireRtcp ? "packet or no sender report" : "packet"),
-        "look at the camera and the network, allow more with --packet-timeout, or use --reconnect"};
+        ExitCode::kTimeOut, fmt::format("time-out: no sender report within {} ms", requireReports_->count()),
+        "switch RTCP on in the camera, allow more with --rtcp-timeout, or leave --require-rtcp out"};
 }
 
 std::string CameraWatch::_Lose(Failure failure, Clock::time_point now) {
@@ -161,29 +147,22 @@ std::string CameraWatch::_Lose(Failure failure, Clock::time_point now) {
 }
 
 void CameraWatch::Stop() {
-    if (source_)
-        source_->Close();
     state_ = State::kEnded;
-}
-
-void CameraWatch::SetMeanLatency(std::chrono::milliseconds meanLatency) {
-    const std::lock_guard<std::mutex> guard(sessionMutex_);
-    timing_.meanLatency = meanLatency;
-    for (const auto& session : sessions_)
-        session.second->SetMeanLatency(meanLatency);
+    if (!source_)
+        return;
+    source_->Close();
+    const std::lock_guard<std::mutex> guard(knownMutex_);
+    for (const auto& known : known_)
+        known.second.stream->Flush();
 }
 
 std::optional<CameraWatch::StreamFacts> CameraWatch::Facts(int stream) {
-    const std::shared_ptr<StreamSession> session = _Session(stream);
-    if (!session)
+    const std::lock_guard<std::mutex> guard(knownMutex_);
+    const auto found = known_.find(stream);
+    if (found == known_.end())
         return std::nullopt;
-    return StreamFacts{session->Format(), session->Picture(), session->Snapshot()};
-}
-
-std::shared_ptr<StreamSession> CameraWatch::_Session(int stream) {
-    const std::lock_guard<std::mutex> guard(sessionMutex_);
-    const auto found = sessions_.find(stream);
-    return found == sessions_.end() ? nullptr : found->second;
+    const Known& known = found->second;
+    return StreamFacts{known.format, known.feed->Picture(), known.stream->Snapshot()};
 }
 
 }  // namespace camclock::app

@@ -3,12 +3,12 @@
 #include "apps/camclock/Failure.h"
 #include "apps/camclock/sources/FrameRow.h"
 #include "apps/camclock/sources/PacketSource.h"
-#include "apps/camclock/sources/StreamSession.h"
+#include "apps/camclock/sources/StreamFeed.h"
 #include "apps/camclock/sources/StreamUrl.h"
 #include "apps/camclock/sources/WatchSettings.h"
 #include "apps/camclock/sources/Worker.h"
 
-#include <camclock/TimeFilter.h>
+#include <camclock/Receiver.h>
 
 #include <atomic>
 #include <chrono>
@@ -22,8 +22,9 @@
 
 namespace camclock::app {
 
-/// One URL of a camera from its first connection to its last: connects, supervises the arrival of frames and,
-/// when asked to, connects again with a growing delay. It never waits for the camera.
+/// One URL of a camera from its first connection to its last: connects, ends the connection when the stream
+/// falls silent and, when asked to, connects again with a growing delay. It never waits for the camera.
+/// Several URLs of one device share its `receiver::Camera`.
 ///
 /// One owning thread; `rows` is called on the source's threads.
 class CameraWatch {
@@ -45,8 +46,10 @@ public:
         std::optional<int> audio;
     };
 
-    CameraWatch(std::string name, Numbers numbers, StreamUrl url, TimingSettings timing,
-                const ConnectionSettings& connection, SourceMaker makeSource, Rows rows);
+    /// `requireReports`: so long may the picture be without a sender report.
+    CameraWatch(std::string name, std::shared_ptr<receiver::Camera> camera, Numbers numbers, StreamUrl url,
+                const ConnectionSettings& connection, std::optional<std::chrono::milliseconds> requireReports,
+                SourceMaker makeSource, Rows rows);
     ~CameraWatch();
 
     void Start(Clock::time_point now);
@@ -54,13 +57,19 @@ public:
     /// Does what is due; to be called some times a second. What is returned is news for the user.
     std::vector<std::string> Poll(Clock::time_point now);
 
+    /// The id of one of its streams in events and in the library's messages.
+    std::string StreamId(const std::string& media) const;
+
+    /// The picture, of this id, has fallen silent.
+    void OnSilence(const std::string& streamId);
+
     /// Ends: frames come no more once it returns.
     void Stop();
 
     /// After `Stop`: true when the connection is closed for good; waits for that until `deadline`.
     bool WaitUntilClosed(Clock::time_point deadline) { return worker_.WaitUntilIdle(deadline); }
 
-    void SetMeanLatency(std::chrono::milliseconds meanLatency);
+    receiver::Camera& Camera() { return *camera_; }
 
     State GetState() const { return state_; }
     const std::string& Name() const { return name_; }
@@ -72,9 +81,6 @@ public:
     /// Why the camera is not received now, or was not in the end.
     const std::optional<Failure>& LastFailure() const { return failure_; }
 
-    /// Was the clock difference to be measured?
-    bool WithIcmp() const { return timing_.icmp; }
-
     /// What is known of one of its streams, once there has been a connection.
     struct StreamFacts {
         receiver::Format format;
@@ -84,38 +90,41 @@ public:
     std::optional<StreamFacts> Facts(int stream);
 
 private:
-    void _StartProbing();
+    struct Known {
+        receiver::Format format;
+        std::shared_ptr<receiver::Stream> stream;  // lives over connections
+        std::shared_ptr<StreamFeed> feed;          // of the present connection, or the last
+    };
+
     void _Connect(Clock::time_point now);
-    std::shared_ptr<StreamSession> _Take(const receiver::Format& format);
-    std::shared_ptr<StreamSession> _Session(int stream);
+    std::shared_ptr<StreamFeed> _Take(const receiver::Format& format);
     std::optional<Failure> _Check(Clock::time_point now);
-    std::optional<Failure> _CheckArrival(Clock::time_point now);
+    std::optional<Failure> _CheckReports(Clock::time_point now);
     std::string _Lose(Failure failure, Clock::time_point now);
 
     const std::string name_;
+    const std::shared_ptr<receiver::Camera> camera_;
     const Numbers numbers_;
     const StreamUrl url_;
-    TimingSettings timing_;
     const ConnectionSettings connection_;
+    const std::optional<std::chrono::milliseconds> requireReports_;
     const SourceMaker makeSource_;
     const Rows rows_;
 
-    TimeFilter timeFilter_;
-    std::atomic<bool> anyFrame_{false};  // since the connection was opened; set by receiving threads
-    std::atomic<bool> shutDown_{false};  // the library asks to end the session
-    std::mutex sessionMutex_;            // guards sessions_ and timing_, which the source's threads use
-    std::map<int, std::shared_ptr<StreamSession>> sessions_;  // by number
-    Worker worker_;                                           // waits for the camera in our place
-    std::unique_ptr<PacketSource> source_;                    // destroyed first: no packet arrives after it
+    std::atomic<bool> anyFrame_{false};     // since the connection was opened; set by receiving threads
+    std::mutex knownMutex_;                 // guards known_, which the source's threads use
+    std::map<int, Known> known_;            // by number
+    Worker worker_;                         // waits for the camera in our place
+    std::unique_ptr<PacketSource> source_;  // destroyed first: no packet arrives after it
 
-    bool probing_ = false;  // the clock difference is being measured, as far as the user knows
+    bool silent_ = false;
     State state_ = State::kEnded;
     std::string road_;
     std::optional<Failure> failure_;
     Clock::time_point connectedAt_{};
     Clock::time_point receivingSince_{};
-    Clock::time_point nextAttempt_{};
     Clock::time_point nextCheck_{};
+    Clock::time_point nextAttempt_{};
     std::chrono::milliseconds delay_{0};
 };
 

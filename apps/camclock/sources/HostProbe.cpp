@@ -1,6 +1,6 @@
 #include "apps/camclock/sources/HostProbe.h"
 
-#include "receiver/HostClock.h"
+#include <camclock/Receiver.h>
 
 #include <fmt/format.h>
 #include <log4cpp/AppenderSkeleton.hh>
@@ -105,7 +105,7 @@ ProbeOutcome HostProbe::Run(const ProbeSettings& settings) {
     const Complaints complaints;
     outcome.result =
         probe_.Probe(host_, settings.requests, settings.timeout_ms, settings.expectedDifference_ms);
-    outcome.at_host = receiver::HostClock::Now();
+    outcome.at_host = receiver::Now();
     if (outcome.result.uncertainty >= 0.0)
         return outcome;
     if (!complaints.Reply().empty())

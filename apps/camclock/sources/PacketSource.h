@@ -1,7 +1,7 @@
 #pragma once
 
 #include "apps/camclock/Failure.h"
-#include "apps/camclock/sources/StreamSession.h"
+#include "apps/camclock/sources/StreamFeed.h"
 
 #include <camclock/receiver/Format.h>
 
@@ -18,7 +18,7 @@ namespace camclock::app {
 class PacketSource {
 public:
     /// Asked once for each stream that the source offers; null: not wanted.
-    using Taker = std::function<std::shared_ptr<StreamSession>(const receiver::Format&)>;
+    using Taker = std::function<std::shared_ptr<StreamFeed>(const receiver::Format&)>;
 
     virtual ~PacketSource() = default;
 

@@ -3,10 +3,10 @@
 #include "apps/camclock/sources/ConnectionTrouble.h"
 #include "apps/camclock/sources/Gst.h"
 #include "apps/camclock/sources/RtspStatus.h"
-#include "receiver/HostClock.h"
 
 #include <gio/gio.h>
 #include <gst/rtsp/rtsp.h>
+#include <gst/sdp/sdp.h>
 
 #include <fmt/format.h>
 
@@ -29,67 +29,38 @@ constexpr int kMostDescribes = 8;
 /// Without credentials, with them, and once more when the camera finds that they are stale (RFC 2617, 3.3).
 constexpr int kMostTries = 3;
 
-/// The door between one connection and one stream: shut when the connection is closed, so that what a dying
-/// pipeline still delivers no longer reaches the stream.
-class Gate {
-public:
-    explicit Gate(std::shared_ptr<StreamSession> stream)
-        : stream_(std::move(stream)) {}
-
-    void FeedRtp(const guint8* data, gsize size, TimePoint arrival) {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        if (stream_)
-            stream_->FeedRtp(data, size, arrival);
-    }
-
-    void FeedRtcp(const guint8* data, gsize size, TimePoint arrival) {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        if (stream_)
-            stream_->FeedRtcp(data, size, arrival);
-    }
-
-    void Shut() {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        stream_.reset();
-    }
-
-private:
-    std::mutex mutex_;
-    std::shared_ptr<StreamSession> stream_;
-};
-
-using Feed = void (Gate::*)(const guint8*, gsize, TimePoint);
+using Feed = void (StreamFeed::*)(const void*, std::size_t, TimePoint);
 
 template <Feed feed>
-void Take(GstBuffer* buffer, TimePoint arrival, Gate& gate) {
+void Take(GstBuffer* buffer, TimePoint arrival, StreamFeed& stream) {
     GstMapInfo map;
     if (gst_buffer_map(buffer, &map, GST_MAP_READ) == FALSE)
         return;
-    (gate.*feed)(map.data, map.size, arrival);
+    (stream.*feed)(map.data, map.size, arrival);
     gst_buffer_unmap(buffer, &map);
 }
 
 /// Feeds each buffer on its way through a pad, with the time of its arrival.
 template <Feed feed>
 GstPadProbeReturn OnBuffer(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
-    const TimePoint arrival = receiver::HostClock::Now();  // before anything else
-    Gate& gate = **static_cast<std::shared_ptr<Gate>*>(data);
+    const TimePoint arrival = receiver::Now();  // before anything else
+    StreamFeed& stream = **static_cast<std::shared_ptr<StreamFeed>*>(data);
     if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) != 0) {
         GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
         for (guint i = 0; i < gst_buffer_list_length(list); ++i)
-            Take<feed>(gst_buffer_list_get(list, i), arrival, gate);
+            Take<feed>(gst_buffer_list_get(list, i), arrival, stream);
     } else {
-        Take<feed>(GST_PAD_PROBE_INFO_BUFFER(info), arrival, gate);
+        Take<feed>(GST_PAD_PROBE_INFO_BUFFER(info), arrival, stream);
     }
     return GST_PAD_PROBE_OK;
 }
 
 template <Feed feed>
-void Watch(GstPad* pad, std::shared_ptr<Gate> gate) {
+void Watch(GstPad* pad, std::shared_ptr<StreamFeed> stream) {
     constexpr auto kBuffers =
         static_cast<GstPadProbeType>(GST_PAD_PROBE_TYPE_BUFFER | GST_PAD_PROBE_TYPE_BUFFER_LIST);
-    gst_pad_add_probe(pad, kBuffers, &OnBuffer<feed>, new std::shared_ptr<Gate>(std::move(gate)),
-                      [](gpointer data) { delete static_cast<std::shared_ptr<Gate>*>(data); });
+    gst_pad_add_probe(pad, kBuffers, &OnBuffer<feed>, new std::shared_ptr<StreamFeed>(std::move(stream)),
+                      [](gpointer data) { delete static_cast<std::shared_ptr<StreamFeed>*>(data); });
 }
 
 /// The number behind `prefix` in a pad's name, or -1.
@@ -150,8 +121,9 @@ struct RtspReceiver::Pipeline {
 
     std::mutex mutex;  // guards what GStreamer's threads and the worker write below
     std::condition_variable shut;
-    std::map<int, std::shared_ptr<Gate>> gates;
-    std::vector<std::string> taken;  // kinds of media that have a stream
+    std::map<int, std::shared_ptr<StreamFeed>> feeds;
+    std::vector<std::string> taken;         // kinds of media that have a stream
+    std::vector<receiver::Format> formats;  // that the camera describes
     bool closed = false;
     bool described = false;        // the camera has described its streams
     std::string described_uri;     // asked for last
@@ -167,14 +139,17 @@ struct RtspReceiver::Pipeline {
 
     // ---- GStreamer's callbacks, on its threads ----
 
-    static void OnSdp(GstElement* /*source*/, gpointer /*sdp*/, gpointer data) {
+    static void OnSdp(GstElement* /*source*/, GstSDPMessage* description, gpointer data) {
         auto& self = *static_cast<Pipeline*>(data);
+        const TextOwner text(gst_sdp_message_as_text(description));
         const std::lock_guard<std::mutex> guard(self.mutex);
+        self.formats = receiver::Format::FromSdp(text.get());
         self.described = true;
         self.describes = 0;
-        for (auto& gate : self.gates)
-            gate.second->Shut();
-        self.gates.clear();
+        self.sameDescribes = 0;
+        for (auto& feed : self.feeds)
+            feed.second->Close();
+        self.feeds.clear();
         self.taken.clear();
     }
 
@@ -189,28 +164,33 @@ struct RtspReceiver::Pipeline {
         const receiver::Format format = FormatOf(stream);
         if (closed || std::find(taken.begin(), taken.end(), format.media) != taken.end())
             return false;
-        std::shared_ptr<StreamSession> wanted = taker(format);
-        if (!wanted)
+        const std::shared_ptr<StreamFeed> feed = taker(format);
+        if (!feed)
             return false;
-        gates[number] = std::make_shared<Gate>(std::move(wanted));
+        feeds[number] = feed;
         taken.push_back(format.media);
+        // A size beside the headers, for a stream whose headers tell none.
+        for (const char* field : {"a-framesize", "a-x-dimensions"})
+            if (const auto size = receiver::SizeOfText(Field(stream, field)))
+                feed->TakeFallback(size->width, size->height);
         return true;
     }
 
-    static receiver::Format FormatOf(const GstStructure& stream) {
-        receiver::Format format;
-        format.media = Field(stream, "media");
+    /// What the description says of this stream, by its kind and its payload type.
+    receiver::Format FormatOf(const GstStructure& stream) const {
+        const std::string media = Field(stream, "media");
+        gint payloadType = -1;
+        gst_structure_get_int(&stream, "payload", &payloadType);
+        for (const receiver::Format& format : formats)
+            if (format.media == media && format.payloadType == payloadType)
+                return format;
+        receiver::Format format;  // one that GStreamer understands and we do not: it is timed
+        format.media = media;
         format.encoding = Field(stream, "encoding-name");
-        gint number = 0;
-        if (gst_structure_get_int(&stream, "clock-rate", &number) != FALSE && number > 0)
-            format.clockRate_Hz = static_cast<std::uint32_t>(number);
-        if (g_ascii_strcasecmp(format.encoding.c_str(), "H264") == 0) {
-            format.codec = receiver::Codec::kH264;
-            format.headers = Field(stream, "sprop-parameter-sets");
-        } else if (g_ascii_strcasecmp(format.encoding.c_str(), "MP4V-ES") == 0) {
-            format.codec = receiver::Codec::kMpeg4Visual;
-            format.headers = Field(stream, "config");
-        }
+        format.payloadType = payloadType;
+        gint clockRate = 0;
+        if (gst_structure_get_int(&stream, "clock-rate", &clockRate) != FALSE && clockRate > 0)
+            format.clockRate_Hz = static_cast<std::uint32_t>(clockRate);
         return format;
     }
 
@@ -250,13 +230,13 @@ struct RtspReceiver::Pipeline {
         const int rtp = SessionNumber(name.get(), "recv_rtp_sink_");
         const int rtcp = SessionNumber(name.get(), "recv_rtcp_sink_");
         const std::lock_guard<std::mutex> guard(self.mutex);
-        const auto found = self.gates.find(rtp >= 0 ? rtp : rtcp);
-        if (found == self.gates.end())
+        const auto found = self.feeds.find(rtp >= 0 ? rtp : rtcp);
+        if (found == self.feeds.end())
             return;
         if (rtp >= 0)
-            Watch<&Gate::FeedRtp>(pad, found->second);
+            Watch<&StreamFeed::FeedRtp>(pad, found->second);
         else
-            Watch<&Gate::FeedRtcp>(pad, found->second);
+            Watch<&StreamFeed::FeedRtcp>(pad, found->second);
     }
 
     /// What leaves the source has been seen already: it is thrown away.
@@ -326,9 +306,9 @@ void RtspReceiver::Pipeline::Configure() {
 void RtspReceiver::Pipeline::Shut() {
     const std::lock_guard<std::mutex> guard(mutex);
     closed = true;
-    for (auto& gate : gates)
-        gate.second->Shut();
-    gates.clear();
+    for (auto& feed : feeds)
+        feed.second->Close();
+    feeds.clear();
     taker = nullptr;
     g_cancellable_cancel(cancel.get());
     shut.notify_all();
@@ -400,7 +380,7 @@ std::optional<Failure> RtspReceiver::Poll() {
 Failure RtspReceiver::Pipeline::Explain(const BusError& error) {
     if (error.status != 0)
         return FailureOfStatus(error.status, error.reason);
-    if (gates.empty())
+    if (feeds.empty())
         return {ExitCode::kNoVideo, "no video: the camera describes no video stream at this path",
                 "ask the camera's manual for the path of its video"};
     return {ExitCode::kStreamLost, fmt::format("stream lost: {}", error.text),

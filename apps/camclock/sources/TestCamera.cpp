@@ -1,7 +1,8 @@
 #include "apps/camclock/sources/TestCamera.h"
 
 #include "apps/camclock/sources/Gst.h"
-#include "receiver/HostClock.h"
+
+#include <camclock/Receiver.h>
 
 #include <fmt/format.h>
 #include <gst/rtp/gstrtpbuffer.h>
@@ -71,7 +72,7 @@ GstOwner<GstClock> MakeClock(const TestCamera::Settings& settings) {
     constexpr GstClockTime kMillion_ppb = 1'000'000'000;
     const auto drift_ppb = static_cast<std::int64_t>(std::llround(settings.drift_ppm * 1000.0));
     const GstClockTime now = gst_clock_get_internal_time(clock.get());
-    gst_clock_set_calibration(clock.get(), now, NtpNanoseconds(receiver::HostClock::Now() + settings.offset),
+    gst_clock_set_calibration(clock.get(), now, NtpNanoseconds(receiver::Now() + settings.offset),
                               static_cast<GstClockTime>(static_cast<std::int64_t>(kMillion_ppb) + drift_ppb),
                               kMillion_ppb);
     return clock;
@@ -152,7 +153,7 @@ struct TestCamera::Server {
             return GST_PAD_PROBE_DROP;
         const GstOwner<GstElement> maker(gst_pad_get_parent_element(pad));
         const GstClockTime base = gst_element_get_base_time(maker.get());
-        const TimePoint madeAt_host = receiver::HostClock::Now();
+        const TimePoint madeAt_host = receiver::Now();
         const GstClockTime madeAt_cam = gst_clock_get_time(self.clock.get());
         if (madeAt_cam < base)
             return GST_PAD_PROBE_OK;

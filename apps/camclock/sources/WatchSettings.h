@@ -1,27 +1,9 @@
 #pragma once
 
 #include <chrono>
-#include <optional>
 #include <string>
-#include <vector>
 
 namespace camclock::app {
-
-/// Every setting of the library, with the library's own defaults.
-struct TimingSettings {
-    std::chrono::milliseconds meanLatency{30};
-    std::optional<std::chrono::milliseconds> expectedDifference;  ///< host less camera
-    std::chrono::milliseconds syncShift{0};
-    std::chrono::milliseconds packetTimeOut{10'000};
-    std::chrono::milliseconds rtcpTimeOut{30'000};
-    bool requireRtcp = false;
-    bool filtering = true;
-    bool estimation = true;
-    std::string timingLogDirectory;  ///< empty: no timing log
-    bool icmp = false;               ///< measure the clock difference with ICMP
-    std::chrono::seconds pollInterval{60};
-    std::string probeLogDirectory;  ///< empty: no probe log
-};
 
 enum class Transport {
     kAuto,  ///< UDP, and TCP when nothing comes

@@ -4,7 +4,8 @@
 #include "apps/camclock/views/StreamTable.h"
 #include "apps/camclock/views/Terminal.h"
 #include "apps/camclock/views/TextTable.h"
-#include "receiver/HostClock.h"
+
+#include <camclock/Receiver.h>
 
 #include <fmt/format.h>
 
@@ -29,7 +30,7 @@ void TableSink::Tick(std::chrono::steady_clock::time_point now, const LineMaker&
         ++page_;
     }
     constexpr Terminal::Size kNoScreen{TextTable::kUnlimited, TextTable::kUnlimited};
-    _Show(LiveTable(lines(), receiver::HostClock::Now(), inPlace_ ? Terminal::GetSize() : kNoScreen, page_));
+    _Show(LiveTable(lines(), receiver::Now(), inPlace_ ? Terminal::GetSize() : kNoScreen, page_));
 }
 
 void TableSink::_Show(const std::vector<std::string>& lines) {
