@@ -2,6 +2,7 @@
 
 #include "logging/AsynchronousLog.h"
 #include "logging/Text.h"
+#include "timing/TrustText.h"
 
 #include <camclock/TimeFilter.h>
 
@@ -21,7 +22,7 @@ void TimeFilterInstance::TraceCurrentPacket() {
               "\tLive_pts: ", DurationToText(live_pts), "\n", "\tTOC_cam: ", TOC_cam, "\n",
               "\tTOC_host: ", TOC_host, "\n", "\tTOR_host: ", packet->TOR_host, "\n", "\tD: ", D_ms, "[ms]\n",
               "\tD_uncert: ", D_uncert_us, "[us]", "\tIsKeyframe: ", frameType == MediaPacket::kFrameI, "\n",
-              "\tCurrent estimation quality: ", trustIndex == MediaPacket::kTrustGood ? "Good" : "Bad", "\n",
+              "\tCurrent estimation quality: ", TrustText(trustIndex), "\n",
               "\tBad estimate count: ", badEstimateCount, "\n");
     });
 }

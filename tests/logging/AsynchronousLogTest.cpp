@@ -2,6 +2,7 @@
 
 #include "logging/TimeText.h"
 #include "support/CapturingSink.h"
+#include "support/Fork.h"
 #include "support/LogFences.h"
 #include "support/Stamp.h"
 
@@ -11,9 +12,11 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -86,9 +89,8 @@ TEST(AsynchronousLog, StampsTheTimeOfTheHandOverNotOfTheWriting) {
     ASSERT_TRUE(lines.WaitFor(1));
     log.Post(Say("waits"));
     const std::string after = SystemTimeText();
-    while (SystemTimeText() ==
-           after)  // the log's stamps come from the system clock: the next millisecond will do
-        std::this_thread::yield();
+    // The log's stamps come from the system clock: its next millisecond will do.
+    ASSERT_TRUE(WaitUntil([&after] { return SystemTimeText() != after; }));
     lines.Release();
     ASSERT_TRUE(lines.WaitFor(2));
     EXPECT_LE(StampTime(lines.All()[1]), after);
@@ -258,18 +260,73 @@ TEST(AsynchronousLog, DestroysItsSinkAfterTheLastWrite) {
 
 TEST(AsynchronousLog, ManyLogsStartAndEndAtOnce) {
     std::vector<std::thread> threads;
+    std::atomic<int> written{0};
+    std::atomic<int> alive{0};
     for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([] {
+        threads.emplace_back([&] {
             for (int i = 0; i < 50; ++i) {
                 CapturedLines lines;
                 AsynchronousLog log(new CapturingSink(lines));
-                log.Post(Say("text"));
+                const auto token = std::shared_ptr<int>(new int(++alive), [&alive](const int* value) {
+                    --alive;
+                    delete value;
+                });
+                log.Post([token](std::stringstream& out) { out << "text"; });
+                if (i % 2 == 0)
+                    written += lines.WaitFor(1) ? 1 : 0;  // and every other one ends at once
             }
         });
     }
     for (std::thread& thread : threads)
         thread.join();
+    EXPECT_EQ(written, 100);
+    EXPECT_EQ(alive, 0) << "every message is written or dropped";
 }
+
+// The shortest of many hand-overs is taken, since a loaded machine stretches the others.
+TEST(AsynchronousLog, TakesABatchAtTheTickBehindThePost) {
+    CapturedLines lines;
+    AsynchronousLog log(new CapturingSink(lines));
+    auto shortest = std::chrono::steady_clock::duration::max();
+    for (std::size_t i = 1; i <= 20; ++i) {
+        const auto posted = std::chrono::steady_clock::now();
+        log.Post(Say("text"));
+        ASSERT_TRUE(lines.WaitFor(i));
+        shortest = (std::min)(shortest, std::chrono::steady_clock::now() - posted);
+    }
+    EXPECT_LT(shortest, 5 * Tick::kPeriod);
+}
+
+class ThrowingSink : public LogWrap {
+public:
+    void Write(std::stringstream&) override { throw std::runtime_error("a sink that throws"); }
+};
+
+TEST(AsynchronousLogDeathTest, ASinkThatThrowsEndsTheProcess) {
+    ::testing::FLAGS_gtest_death_test_style = "threadsafe";
+    EXPECT_DEATH(
+        {
+            AsynchronousLog log(new ThrowingSink);
+            log.Post(Say("text"));
+            std::promise<void>().get_future().wait_for(kDeadline);
+        },
+        "a sink that throws");
+}
+
+#if CAMCLOCK_TESTS_CAN_FORK
+TEST(AsynchronousLog, WorksInAChildOfForkToo) {
+    CapturedLines parentsLines;
+    AsynchronousLog parents(new CapturingSink(parentsLines));
+    EXPECT_TRUE(SucceedsInAChild([] {
+        CapturedLines lines;
+        AsynchronousLog log(new CapturingSink(lines));
+        log.Post(Say("from the child"));
+        return lines.WaitFor(1);
+    }));
+    parents.Post(Say("from the parent"));
+    EXPECT_TRUE(parentsLines.WaitFor(1));
+}
+#endif
 
 TEST(AsynchronousLog, AnEmptyMessageEndsTheProcess) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";

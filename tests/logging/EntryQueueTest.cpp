@@ -67,16 +67,47 @@ TEST(EntryQueue, ABurstIsNotKeptWhole) {
     EXPECT_EQ(Values(queue.TakeAll()), std::vector<int>{7});
 }
 
+/// An entry that counts how many there are.
+struct Counted {
+    Counted() { ++alive; }
+    ~Counted() { --alive; }
+    Counted(const Counted&) = delete;
+    Counted& operator=(const Counted&) = delete;
+    static inline std::size_t alive = 0;
+};
+
+// Freed one inside the other, a chain of this length would need more stack than a thread has.
 TEST(EntryQueue, ALongChainIsFreedWithoutRecursion) {
+    constexpr std::size_t kMany = 2'000'000;
+    const auto fill = [](EntryQueue<Counted>& queue) {
+        for (std::size_t i = 0; i < kMany; ++i) {
+            queue.Next();
+            queue.Commit();
+        }
+    };
+    {
+        EntryQueue<Counted> queue;
+        fill(queue);
+        auto batch = queue.TakeAll();
+        EXPECT_EQ(Counted::alive, kMany);
+        fill(queue);
+        EXPECT_EQ(Counted::alive, 2 * kMany);
+        batch = queue.TakeAll();
+        EXPECT_EQ(Counted::alive, kMany) << "assigned over";
+        fill(queue);
+    }
+    EXPECT_EQ(Counted::alive, 0U) << "destroyed, in a batch and in a queue";
+}
+
+TEST(EntryQueue, IsEmptyUntilAnEntryAndOnceAllIsTaken) {
     Queue queue;
-    for (int i = 0; i < 2'000'000; ++i)
-        Append(queue, i);
+    EXPECT_TRUE(queue.Empty());
+    Append(queue, 1);
+    EXPECT_FALSE(queue.Empty());
     Queue::Batch batch = queue.TakeAll();
-    for (int i = 0; i < 2'000'000; ++i)
-        Append(queue, i);
-    batch = queue.TakeAll();
-    for (int i = 0; i < 2'000'000; ++i)
-        Append(queue, i);
+    EXPECT_TRUE(queue.Empty());
+    queue.Recycle(batch);
+    EXPECT_TRUE(queue.Empty()) << "memory that came back holds no entry";
 }
 
 }  // namespace

@@ -63,6 +63,17 @@ TEST_F(RawSocketSteps, LooksANameUp) {
     EXPECT_EQ(log.All(), (Lines{"Resolving address...", "Host adress set to: 10.77.0.2 port: 554"}));
 }
 
+TEST_F(RawSocketSteps, AHostThatIsNotFoundLeavesNoDestination) {
+    RawSocket socket;
+    ASSERT_TRUE(socket.CreateSocket("camera", 0x1234));
+    EXPECT_FALSE(socket.ResolveAddress("nobody", 554));
+    EXPECT_TRUE(socket.Write("x", 1));
+    const sockets::Address& to = Script().sent.at(0).to;
+    EXPECT_EQ(to.family, sockets::Address().family);
+    EXPECT_EQ(to.port, 0);
+    EXPECT_EQ(to.ip, test::Ip{});
+}
+
 TEST_F(RawSocketSteps, TakesFamilyFromTheLookUpAndThePortAsItIs) {
     Script().familyOfNames = 23;
     RawSocket socket;

@@ -66,9 +66,22 @@ TEST(ProbeClock, CountsFromMidnightBefore1970Too) {
 TEST(ProbeClock, HasAResultForEveryClock) {
     for (const std::int64_t ticks : {kMinInt64, kMinInt64 + 1, (std::numeric_limits<std::int64_t>::max)()}) {
         const ManualCounter counter{TimePoint(Ticks(ticks))};
-        TimeProbe::MidnightUtc();
-        TimeProbe::MillisecondsAfterMidnightUtc();
+        EXPECT_GE(TimeProbe::MillisecondsAfterMidnightUtc(), 0);
+        EXPECT_LT(TimeProbe::MillisecondsAfterMidnightUtc(), 86'400'000);
+        const std::int64_t midnight = TimeProbe::MidnightUtc().time_since_epoch().count();
+        // The earliest clock's midnight lies before all times, and wraps round to the last of them.
+        EXPECT_EQ(midnight % 10'000'000 == 0, ticks > 0) << midnight;
     }
+}
+
+TEST(ProbeClock, IsReadAgainBehindTheFirstLine) {
+    ManualCounter counter(kMidnight + 86'399'999ms);
+    const MessageRecorder log({"RTSP.TimeProbe"}, [&counter](const std::string& message) {
+        if (message.rfind("Now: ", 0) == 0)
+            counter.Advance(3ms);  // what writing it may take
+    });
+    EXPECT_EQ(TimeProbe::MillisecondsAfterMidnightUtc(), 2);
+    EXPECT_EQ(log.All(), (Lines{"Now: 2023-11-15 23:59:59.999", "Midnight: 2023-11-16 00:00:00.000"}));
 }
 
 TEST(ProbeClock, TwoLinesWithoutPrefixTellTheReadings) {

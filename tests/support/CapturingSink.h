@@ -45,8 +45,8 @@ public:
     void Write(std::string line) {
         Append(std::move(line));
         std::unique_lock<std::mutex> lock(gateMutex_);
-        gate_.wait(lock, [this] { return !held_ || permits_ > 0; });
-        if (held_)
+        gate_.wait_for(lock, kDeadline, [this] { return !held_ || permits_ > 0; });
+        if (held_ && permits_ > 0)
             --permits_;
     }
 

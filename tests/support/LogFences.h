@@ -3,11 +3,12 @@
 #include "logging/AsynchronousLog.h"
 #include "support/WaitableList.h"
 
+#include <gtest/gtest.h>
+
 #include <future>
 #include <memory>
 #include <sstream>
 #include <string>
-#include <thread>
 
 namespace camclock::test {
 
@@ -25,13 +26,11 @@ inline bool WaitUntilWritten(AsynchronousLog& log) {
 /// Waits until the destruction of `log` has begun on another thread, whose worker is kept busy meanwhile:
 /// from then on a message is dropped at once.
 inline void WaitForDestruction(AsynchronousLog& log) {
-    for (;;) {
+    EXPECT_TRUE(WaitUntil([&log] {
         const auto token = std::make_shared<int>(0);
         log.Post([token](std::stringstream& out) { out << "must not be written"; });
-        if (token.use_count() == 1)
-            return;
-        std::this_thread::yield();
-    }
+        return token.use_count() == 1;
+    }));
 }
 
 }  // namespace camclock::test

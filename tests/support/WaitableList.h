@@ -4,12 +4,27 @@
 #include <condition_variable>
 #include <cstddef>
 #include <mutex>
+#include <thread>
+#include <utility>
 #include <vector>
 
 namespace camclock::test {
 
 /// How long a test waits for an event before it gives up; never a time that a passing test uses up.
 inline constexpr std::chrono::seconds kDeadline{30};
+
+/// Waits until `condition()`, which is asked again and again; false when the deadline passes first. For what
+/// nobody tells of; where an event can be waited for, wait for that.
+template <class Condition>
+[[nodiscard]] bool WaitUntil(Condition condition) {
+    const auto deadline = std::chrono::steady_clock::now() + kDeadline;
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
+            return false;
+        std::this_thread::yield();
+    }
+    return true;
+}
 
 /// A list that one thread fills while another waits for what it needs. Every operation may be called from any
 /// thread.

@@ -65,6 +65,20 @@ TEST_F(ArrivalSupervision, NegativeTimeOutsAreOverAtOnce) {
                                  "S7 RTCP packet timeout detected, 0 [ms] since last packet"}));
 }
 
+TEST_F(ArrivalSupervision, AReportsAgeCountsFromItsHandOverNotFromAPacket) {
+    camera_.RequireRTCP(true);
+    camera_.SetPacketTimeOut(std::chrono::hours(1));
+    Feed(0, kStart - seconds(100));
+    counter_.Advance(seconds(5));
+    stream_->UpdateSyncInfo(Report(0));
+    Feed(3'600, kStart - seconds(99));
+    counter_.Advance(seconds(30));
+    EXPECT_TRUE(stream_->PacketArrivalIsOk());
+    counter_.Advance(milliseconds(1));
+    EXPECT_FALSE(stream_->PacketArrivalIsOk());
+    EXPECT_EQ(TimeOuts(), Lines{"S7 RTCP packet timeout detected, 30001 [ms] since last packet"});
+}
+
 TEST_F(ArrivalSupervision, AnAgeEqualToTheTimeOutIsOk) {
     camera_.SetPacketTimeOut(milliseconds(500));
     ReceivePacket();

@@ -3,11 +3,13 @@
 #include "probe/MessageRecorder.h"
 #include "probe/ScriptedSockets.h"
 #include "support/IcmpReplies.h"
+#include "support/ManualCounter.h"
 #include "support/TemporaryDirectory.h"
+#include "support/Ticks.h"
 #include "support/WaitableList.h"
 #include "timing/ProbeAcceptance.h"
+#include "timing/StreamFixture.h"
 #include "util/PathSeparator.h"
-#include "util/PerfCounter.h"
 
 #include <camclock/Utilities.h>
 
@@ -24,6 +26,7 @@
 #include <cmath>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <future>
 #include <iostream>
 #include <limits>
@@ -45,46 +48,6 @@ using Lines = std::vector<std::string>;
 
 constexpr TimePoint kTen(Ticks((1'700'006'400LL + 36'000) * 10'000'000));  // 2023-11-15 10:00:00 UTC
 constexpr std::uint32_t kTen_ms = 36'000'000;
-
-/// The host's counter under the test's control, which also tells how often it was read: a probing thread that
-/// has nothing to do reads it once a cycle.
-class Counter {
-public:
-    Counter() {
-        count() = 0;
-        PerfCounter::Replace(&Counter::Read, 10'000'000);
-        Utilities::getInstance().ResetTime(kTen, 0);
-    }
-    ~Counter() {
-        PerfCounter::Restore();
-        Utilities::getInstance().AnchorToSystemClock();
-    }
-    Counter(const Counter&) = delete;
-    Counter& operator=(const Counter&) = delete;
-
-    void Advance(Ticks time) { count() += time.count(); }
-
-    /// Lets an idle probing thread go through `number` whole cycles.
-    void WaitForCycles(int number) const {
-        const int start = reads();
-        while (reads() <= start + number)
-            std::this_thread::yield();
-    }
-
-private:
-    static std::atomic<std::int64_t>& count() {
-        static std::atomic<std::int64_t> value{0};
-        return value;
-    }
-    static std::atomic<int>& reads() {
-        static std::atomic<int> value{0};
-        return value;
-    }
-    static std::int64_t Read() {
-        ++reads();
-        return count();
-    }
-};
 
 class ClockProbing : public testing::Test {
 protected:
@@ -129,7 +92,7 @@ protected:
         return direct;
     }
 
-    Counter counter;
+    test::ManualCounter counter{kTen};
     MessageRecorder log = MessageRecorder({"RTSP.TimeFilter"});
     TimeFilter filter{"Gate: "};
 };
@@ -180,7 +143,7 @@ TEST_F(ClockProbing, TheIntervalIsWrittenAsAFloatingPointNumber) {
 TEST_F(ClockProbing, WithoutAnExpectedDifferenceItNeverProbes) {
     filter.UseICMP("camera", 0s, "", false);
     ASSERT_TRUE(log.WaitFor("Gate: Starting timeprobe thread"));
-    counter.WaitForCycles(5);
+    ASSERT_TRUE(test::LetTicksPass(5));
     EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 0u);
     EXPECT_EQ(RequestsSent(), 0u);
     EXPECT_FALSE(filter.DIsLocked());
@@ -195,7 +158,7 @@ TEST_F(ClockProbing, TheFirstExpectedDifferenceStartsTheFirstProbing) {
     filter.CheckPollDifference(1'000ms);
     ASSERT_TRUE(log.WaitFor(
         "Gate: 1502 [ms] will be added to remote time to get local time. Uncertainty bounds: 2.5[ms]"));
-    counter.WaitForCycles(3);
+    ASSERT_TRUE(test::LetTicksPass(3));
     EXPECT_EQ(
         log.All(),
         (Lines{
@@ -215,7 +178,7 @@ TEST_F(ClockProbing, TheNextProbingComesAPollIntervalLater) {
     filter.CheckPollDifference(1'500ms);
     ASSERT_TRUE(log.WaitFor(Accepted()));
     counter.Advance(59'999ms);
-    counter.WaitForCycles(3);
+    ASSERT_TRUE(test::LetTicksPass(3));
     EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 1u);
     Answer(2'500);
     counter.Advance(1ms);
@@ -223,6 +186,52 @@ TEST_F(ClockProbing, TheNextProbingComesAPollIntervalLater) {
     filter.CloseTimeProbing();
     EXPECT_EQ(filter.GetD(), 2'500ms);
     EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 2u);
+}
+
+TEST_F(ClockProbing, TheIntervalCountsFromTheBeginningOfAProbing) {
+    Answer(1'500, 5ms);  // five requests: 25 ms
+    filter.UseICMP("camera", 60s, "", false);
+    filter.CheckPollDifference(1'500ms);
+    ASSERT_TRUE(log.WaitFor(Accepted()));
+    counter.Advance(60s - 26ms);
+    ASSERT_TRUE(test::LetTicksPass(3));
+    EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 1u);
+    counter.Advance(1ms);
+    EXPECT_TRUE(log.WaitFor(Accepted(), 2));
+}
+
+TEST_F(ClockProbing, PacketsTellTheExpectedDifference) {
+    filter.UseICMP("nobody", 3'600s, "", false);
+    const auto stream = filter.CreateNewTimeFilter();
+    stream->DoTimeFiltering(true);
+    stream->DoEstimation(true);
+    const auto report = std::make_shared<SyncPoint>();
+    report->SyncNTPmsw = test::kNtpStart;
+    stream->UpdateSyncInfo(report);
+    ASSERT_TRUE(test::LetTicksPass(3));
+    EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 0u) << "a report is no packet";
+    // Captured at the report's time, received 1,042 ms later; 30 ms are the mean latency.
+    stream->UpdateTiming(test::Packet(0, test::kStart + 1'042ms), MediaPacket::kFrameP);
+    EXPECT_TRUE(log.WaitFor("Gate: Differnece estimate falls back to expected value of:1012[ms]"));
+}
+
+// The shortest of the pauses is taken, since a loaded machine stretches the others.
+TEST_F(ClockProbing, FailuresFollowEachOtherTenMillisecondsApart) {
+    std::vector<std::chrono::steady_clock::time_point> times;  // the probing thread's until it has exited
+    Script().answer = [&times](const Bytes&) {
+        times.push_back(std::chrono::steady_clock::now());
+        return std::vector<Incoming>{};
+    };
+    filter.UseICMP("camera", 3'600s, "", false);
+    filter.CheckPollDifference(0ms);
+    ASSERT_TRUE(log.WaitFor("Gate: Exiting time probe thread"));
+    filter.CloseTimeProbing();
+    ASSERT_EQ(times.size(), 55u);
+    auto shortest = std::chrono::steady_clock::duration::max();
+    for (std::size_t probing = 1; probing < 11; ++probing)  // from its last request to the next one's first
+        shortest = (std::min)(shortest, times[5 * probing] - times[5 * probing - 1]);
+    EXPECT_GE(shortest, 10ms);
+    EXPECT_LT(shortest, 50ms);
 }
 
 TEST_F(ClockProbing, AnIntervalOfZeroProbesInEveryCycle) {
@@ -238,7 +247,7 @@ TEST_F(ClockProbing, AnIntervalBeyondTheClockProbesOnce) {
     filter.CheckPollDifference(1'500ms);
     ASSERT_TRUE(log.WaitFor(Accepted()));
     counter.Advance(std::chrono::hours(24 * 365 * 100));
-    counter.WaitForCycles(5);
+    ASSERT_TRUE(test::LetTicksPass(5));
     EXPECT_EQ(log.Count("Gate: Probing for time difference! ..."), 1u);
 }
 
@@ -334,6 +343,26 @@ TEST_F(ClockProbing, ASuccessInBetweenCountsAfresh) {
     EXPECT_EQ(log.Count("Gate: Ten failed time probings in a row, use of ICMP timeprobe discontinued !"), 1u);
 }
 
+TEST_F(ClockProbing, AnEarlierExpectedDifferenceCountsAsAFailure) {
+    filter.CheckPollDifference(5ms);  // without a probe: told once, by the same count
+    filter.UseICMP("nobody", 3'600s, "", false);
+    filter.CheckPollDifference(5ms);
+    ASSERT_TRUE(log.WaitFor("Gate: Exiting time probe thread"));
+    EXPECT_EQ(log.Count("Gate: Time probe estimation discarded with uncertainty larger than 30ms"), 10u);
+    EXPECT_EQ(log.Count("Gate: Ten failed time probings in a row, use of ICMP timeprobe discontinued !"), 1u);
+}
+
+TEST_F(ClockProbing, TheCountOfFailuresGoesOnBehindAThreadThatGaveUp) {
+    filter.UseICMP("nobody", 0s, "", false);
+    filter.CheckPollDifference(5ms);
+    ASSERT_TRUE(log.WaitFor("Gate: Exiting time probe thread"));
+    filter.CloseTimeProbing();
+    filter.UseICMP("nobody", 0s, "", false);
+    EXPECT_TRUE(
+        log.WaitFor("Gate: Time probe estimation discarded with uncertainty larger than 30ms", 11 + 15));
+    EXPECT_TRUE(filter.IsUsingProbe()) << "past the mark, which is hit once";
+}
+
 TEST_F(ClockProbing, AcceptsAnUncertaintyBelowThirtyMilliseconds) {
     const std::pair<double, bool> cases[] = {
         {29.999, true}, {30.0, false},   {30.001, false},       {0.0, true},       {-0.0, true},
@@ -410,6 +439,18 @@ TEST_F(ClockProbing, TheProbeLogHasARowForEveryProbing) {
     EXPECT_EQ(log.All().at(3), "C Creating time-probe");
 }
 
+TEST_F(ClockProbing, AnOldProbeLogIsWrittenOver) {
+    const TemporaryDirectory directory;
+    std::ofstream(std::filesystem::path(directory.Name()) / "probelog.txt") << "an older and longer text\n"
+                                                                            << std::string(1'000, 'x');
+    {
+        TimeFilter camera("C ");
+        camera.UseICMP("camera", 0s, directory.Name(), true);
+    }
+    EXPECT_EQ(directory.Read("probelog.txt"),
+              "Logging probed time differences: \n time now msec, diff ms, uncert ms\n");
+}
+
 TEST_F(ClockProbing, APathWithASeparatorGetsASecondOne) {
     const TemporaryDirectory directory;
     filter.UseICMP("camera", 0s, directory.Name() + kPathSeparator, true);
@@ -454,7 +495,7 @@ TEST_F(ClockProbing, ItCanBeStartedAgainOnceClosed) {
     EXPECT_TRUE(filter.IsUsingProbe());
     EXPECT_TRUE(filter.DIsLocked()) << "once locked, always locked";
     // The schedule goes on from the last probing.
-    counter.WaitForCycles(3);
+    ASSERT_TRUE(test::LetTicksPass(3));
     EXPECT_EQ(log.Count(Accepted()), 1u);
     counter.Advance(3'600s);
     ASSERT_TRUE(log.WaitFor(Accepted(), 2));
@@ -591,9 +632,9 @@ TEST_F(ClockProbing, StartProbeCloseAndDestroyInAnyOrder) {
                 const int order = (owner + life) % 6;
                 if (order != 0)
                     camera->UseICMP(life % 3 == 0 ? "nobody" : "camera", 0s, "", false);
-                if (order == 2 || order == 3)
-                    while (camera->GetD() == 0ms)
-                        std::this_thread::yield();
+                if (order == 2 || order == 3) {
+                    EXPECT_TRUE(test::WaitUntil([&] { return camera->GetD() != 0ms; }));
+                }
                 if (order == 3 || order == 4)
                     camera->CloseTimeProbing();
                 if (order == 4) {

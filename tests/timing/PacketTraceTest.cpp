@@ -1,6 +1,7 @@
 #include "timing/StreamFixture.h"
 
 #include "support/TimeZone.h"
+#include "timing/TrustText.h"
 
 namespace camclock::test {
 namespace {
@@ -66,6 +67,29 @@ TEST_F(PacketTrace, CarriesNegativeMicrosecondsIntoTheSeconds) {
     const Lines traces = Traces();
     ASSERT_EQ(traces.size(), 1U);
     EXPECT_NE(traces[0].find("\n\tLive_pts: -00:00:02.500000\n"), std::string::npos) << traces[0];
+}
+
+TEST_F(PacketTrace, OnlyGoodIsCalledGood) {
+    EXPECT_STREQ(TrustText(MediaPacket::kTrustGood), "Good");
+    EXPECT_STREQ(TrustText(MediaPacket::kTrustReserved), "Bad");
+    EXPECT_STREQ(TrustText(MediaPacket::kTrustBad), "Bad");
+}
+
+// The numbers stand in timing logs, and applications store them.
+TEST(MediaPacketEnums, KeepTheirNumbers) {
+    EXPECT_EQ(MediaPacket::kTrustGood, 0);
+    EXPECT_EQ(MediaPacket::kTrustReserved, 1);
+    EXPECT_EQ(MediaPacket::kTrustBad, 2);
+    EXPECT_EQ(MediaPacket::kFrameUnknown, 0);
+    EXPECT_EQ(MediaPacket::kFrameI, 1);
+    EXPECT_EQ(MediaPacket::kFrameB, 2);
+    EXPECT_EQ(MediaPacket::kFrameP, 3);
+    EXPECT_EQ(MediaPacket::kFrameSprite, 4);
+    EXPECT_EQ(MediaPacket::kPixelUnknown, 0);
+    EXPECT_EQ(MediaPacket::kPixelMonochrome, 1);
+    EXPECT_EQ(MediaPacket::kPixel420, 2);
+    EXPECT_EQ(MediaPacket::kPixel422, 3);
+    EXPECT_EQ(MediaPacket::kPixel444, 4);
 }
 
 TEST_F(PacketTrace, TimesThatTheCalendarDoesNotHaveAreInvalid) {

@@ -117,6 +117,13 @@ TEST_F(StablePts, AJumpOfMoreThan120SecondsIsAnError) {
                                "S7 ERROR !! Stable pts 3599999 [ms] ahead of last frame, Packet #3"}));
 }
 
+TEST_F(StablePts, AJumpOfAMicrosecondMoreThan120SecondsIsAnError) {
+    PtsAfter(milliseconds(0));
+    EXPECT_EQ(PtsAfter(seconds(120) + microseconds(1), 1'000'000), 1);
+    EXPECT_EQ(PtsAfter(seconds(120) + microseconds(1), 1'000'000), 120'000'001) << "120 s behind that one";
+    EXPECT_EQ(Errors(), Lines{"S7 ERROR !! Stable pts 120000 [ms] ahead of last frame, Packet #2"});
+}
+
 TEST_F(StablePts, AStepOfAMicrosecondIsAcceptedAndLessIsNot) {
     PtsAfter(milliseconds(0));
     EXPECT_EQ(PtsAfter(microseconds(22'500), 4'000'000), 90'000);

@@ -182,7 +182,8 @@ TEST_F(TimeFilterTest, ShutDownCallsTheLatestHandlerEveryTime) {
     camera_->ShutDown();
     camera_->AssignShutdownHandler([&second, this] {
         ++second;
-        EXPECT_EQ(Direct().back(), "Gate 3: Calling shutdown");  // told before the call
+        EXPECT_EQ(Direct(), Lines(1 + static_cast<std::size_t>(second), "Gate 3: Calling shutdown"))
+            << "told before each call";
     });
     camera_->ShutDown();
     camera_->ShutDown();

@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <future>
+#include <iterator>
 #include <thread>
 
 namespace camclock::test {
@@ -17,6 +18,14 @@ constexpr const char* kHeader =
     "Logging time filter states.: \n"
     "StreamID: SSRC,RTP,RTPFreq,RTPSeqnum,LiveTOR_tv_sec,LiveTOR_tv_usec,LivePts_tv_sec,LivePts_tv_usec,TOR_host,"
     "FrameT,SyncRTP,SyncNTPmsw,SyncNTPlsw,SyncSSRC,TOC_cam,D,D_uncert,D_hat,L\n";
+
+#if defined(__linux__)
+/// Threads of this process.
+std::ptrdiff_t Threads() {
+    const std::filesystem::directory_iterator tasks("/proc/self/task");
+    return std::distance(begin(tasks), end(tasks));
+}
+#endif
 
 class TimingLog : public StreamFixture {
 protected:
@@ -99,14 +108,20 @@ TEST_F(TimingLog, ANewLogDropsWhatTheOldOneHasQueued) {
     camera_.TimeLog().Post([&](std::stringstream& out) {
         out.str("in hand\n");
         started.set_value();
-        resume.get_future().wait();
+        resume.get_future().wait_for(kDeadline);
     });
-    started.get_future().wait();
+    ASSERT_EQ(started.get_future().wait_for(kDeadline), std::future_status::ready);
     const auto token = std::make_shared<int>(0);
     camera_.TimeLog().Post([token](std::stringstream& out) { out.str("queued\n"); });
     AsynchronousLog& old = camera_.TimeLog();
+#if defined(__linux__)
+    const std::ptrdiff_t threads = Threads();
+#endif
     std::thread replacer([this] { camera_.EnableTimeLogging(directory_.Name()); });
     WaitForDestruction(old);
+#if defined(__linux__)
+    EXPECT_EQ(Threads(), threads + 1) << "a new log has a thread before the old one has ended";
+#endif
     resume.set_value();
     replacer.join();
     EXPECT_EQ(token.use_count(), 1);

@@ -1,7 +1,8 @@
 #include "util/Tick.h"
 
+#include "support/Fork.h"
 #include "support/ManualCounter.h"
-#include "support/WaitableList.h"
+#include "support/Ticks.h"
 
 #include <gtest/gtest.h>
 
@@ -12,72 +13,23 @@
 #include <thread>
 #include <vector>
 
-#if !defined(_WIN32)
-#include <sys/wait.h>
-#include <unistd.h>
-#endif
-
 namespace camclock::test {
 namespace {
 
 using namespace std::chrono_literals;
 
-/// A thread that sleeps until its sleeper wakes it, and tells each time.
-class SleepingThread {
-public:
-    SleepingThread() {
-        thread_ = std::thread([this] {
-            for (;;) {
-                sleeper.Sleep();
-                if (!running_)
-                    return;
-                if (!staysDue)
-                    sleeper.WakeAt(Sleeper::kNever);
-                wakeUps.Append(std::chrono::steady_clock::now());
-            }
-        });
-    }
-
-    ~SleepingThread() {
-        running_ = false;
-        sleeper.Rouse();
-        thread_.join();
-    }
-
-    SleepingThread(const SleepingThread&) = delete;
-    SleepingThread& operator=(const SleepingThread&) = delete;
-
-    std::size_t WakeUps() const { return wakeUps.All().size(); }
-
-    Sleeper sleeper;
-    std::atomic<bool> staysDue{false};
-    WaitableList<std::chrono::steady_clock::time_point> wakeUps;
-
-private:
-    std::atomic<bool> running_{true};
-    std::thread thread_;
-};
-
-/// Lets `count` whole ticks pass.
-void LetTicksPass(std::size_t count) {
-    SleepingThread counter;
-    counter.staysDue = true;
-    counter.sleeper.WakeAt(Sleeper::kNow);
-    EXPECT_TRUE(counter.wakeUps.WaitFor(count + 1));
-}
-
 TEST(Sleeper, SleepsUntilItsTimeHasCome) {
     ManualCounter clock;
     SleepingThread thread;
-    LetTicksPass(3);
+    ASSERT_TRUE(LetTicksPass(3));
     EXPECT_EQ(thread.WakeUps(), 0U);
     thread.sleeper.WakeAt(MonotonicNow_ns() + 5'000'000'000);
     clock.Advance(4'999ms);
-    LetTicksPass(3);
+    ASSERT_TRUE(LetTicksPass(3));
     EXPECT_EQ(thread.WakeUps(), 0U);
     clock.Advance(1ms);
     ASSERT_TRUE(thread.wakeUps.WaitFor(1));
-    LetTicksPass(3);
+    ASSERT_TRUE(LetTicksPass(3));
     EXPECT_EQ(thread.WakeUps(), 1U) << "until it is told a new time";
 }
 
@@ -101,8 +53,7 @@ TEST(Sleeper, ARousalBeforeItSleepsIsKeptOnce) {
     sleeper.Sleep();
     std::atomic<bool> roused{false};
     std::thread other([&] {
-        LetTicksPass(2);
-        roused = true;
+        roused = LetTicksPass(2);
         sleeper.Rouse();
     });
     sleeper.Sleep();
@@ -134,7 +85,7 @@ TEST(Sleeper, MaySleepWhereAnotherSleptBefore) {
     const Sleeper keepsTheTick;
     first.reset();
     SleepingThread second;
-    LetTicksPass(3);
+    ASSERT_TRUE(LetTicksPass(3));
     EXPECT_EQ(second.WakeUps(), 0U) << "what the first was due to does not concern the second";
     second.sleeper.WakeAt(Sleeper::kNow);
     EXPECT_TRUE(second.wakeUps.WaitFor(1));
@@ -211,24 +162,14 @@ TEST(ProcessWide, HoldersMayComeAndGoOnManyThreads) {
     EXPECT_EQ(Counted::alive, 0);
 }
 
-#if !defined(_WIN32)
+#if CAMCLOCK_TESTS_CAN_FORK
 TEST(ProcessWide, AChildOfForkHasOneOfItsOwn) {
-    const Sleeper keepsTheParentsTick;
-    const pid_t child = fork();
-    if (child == 0) {
-        // The parent's tick has no thread here.
-        {
-            SleepingThread thread;
-            thread.sleeper.WakeAt(Sleeper::kNow);
-            if (!thread.wakeUps.WaitFor(1))
-                _exit(1);
-        }
-        _exit(0);
-    }
-    ASSERT_GT(child, 0);
-    int status = -1;
-    ASSERT_EQ(waitpid(child, &status, 0), child);
-    EXPECT_EQ(status, 0);
+    const Sleeper keepsTheParentsTick;  // which has no thread in the child
+    EXPECT_TRUE(SucceedsInAChild([] {
+        SleepingThread thread;
+        thread.sleeper.WakeAt(Sleeper::kNow);
+        return thread.wakeUps.WaitFor(1);
+    }));
     SleepingThread thread;
     thread.sleeper.WakeAt(Sleeper::kNow);
     EXPECT_TRUE(thread.wakeUps.WaitFor(1)) << "and the parent keeps its own";
