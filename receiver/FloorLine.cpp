@@ -68,6 +68,8 @@ constexpr double kWarm = 10e-6;
 constexpr double kParallel = 50e-6;
 constexpr double kClock = 100e-6;
 
+constexpr std::size_t kWitnessed = 4;  // blocks off the line that suffice when the stamps bear witness
+
 // Standard deviations by which a rate must differ from ours. A queue's 16 blocks look like a line now and
 // then, and a wrong rate costs milliseconds; a wrong warming costs a tenth of one.
 constexpr double kSureOfWarm = 3.0;
@@ -387,8 +389,11 @@ double FloorLine::_Gate() const {
 }
 
 /// The gate widens while nothing is learned. A longer route would walk through it in the end, unless what has
-/// not come nearer than by half is still off.
+/// not come nearer than by half is still off. And what lies below the line in the beginning tells its slope,
+/// which nobody knows yet.
 bool FloorLine::_LiesOff(double low) {
+    if (low < 0.0 && place_ - since_ < kSettling)
+        return false;
     const double gate = _Gate();
     if (std::abs(low) > gate)
         return true;
@@ -447,7 +452,7 @@ void FloorLine::_LearnOffLine(double low, double place) {
         lastUsable_ = place;
         _Happened(Event::Kind::kLower, low);
     }
-    if (ring_.IsFull())  // above: a queue, until proved otherwise
+    if (ring_.Size() >= kWitnessed)  // above: a queue, until proved otherwise
         _Judge(place);
     if (!lost_ && place - lastUsable_ > kHold) {
         offset_ += low;
@@ -488,15 +493,15 @@ void FloorLine::_LearnOnLine(double low, double place) {
     lastLow_ = low;
 }
 
-/// kRing blocks in a row lay off the line. A queue is messy; a line of their own says that the camera's clock
-/// or the route changed, and its slope which of them.
-void FloorLine::_Judge(double place) {
+/// A straight line through the blocks off ours.
+FloorLine::Fit FloorLine::_FitOffLine(double place) {
+    const auto count = static_cast<double>(ring_.Size());
     const std::uint32_t first = ring_.Oldest().place;
     double meanPlace = 0.0;
     double meanHeight = 0.0;
     for (const OffLine& block : ring_) {
-        meanPlace += Seconds(first, block.place) / kRing;
-        meanHeight += static_cast<double>(block.height) / kRing;
+        meanPlace += Seconds(first, block.place) / count;
+        meanHeight += static_cast<double>(block.height) / count;
     }
     double sxx = 0.0;
     double sxy = 0.0;
@@ -505,50 +510,75 @@ void FloorLine::_Judge(double place) {
         sxx += dx * dx;
         sxy += dx * block.height;
     }
-    if (sxx <= 0.0)
-        return;
-    const double rate = sxy / sxx;
+    Fit fit;
+    fit.spread = std::sqrt(std::max(sxx, 1.0));  // blocks are a second apart: never below for two of them
+    fit.rate = sxy / Square(fit.spread);
     double squares = 0.0;
     for (const OffLine& block : ring_)
-        squares += Square(block.height - meanHeight - rate * (Seconds(first, block.place) - meanPlace));
-    const double residual = std::sqrt(squares / (kRing - 2));
-    if (residual > 4.0 * scatter_) {
+        squares += Square(block.height - meanHeight - fit.rate * (Seconds(first, block.place) - meanPlace));
+    fit.residual = std::sqrt(squares / (count - 2.0));
+    fit.height = meanHeight + fit.rate * (Seconds(first, PlaceUnits(place)) - meanPlace) - lowered_;
+    return fit;
+}
+
+/// Some blocks in a row lay off the line. A queue is messy; a line of their own says that the camera's clock
+/// or the route changed, and its slope which of them. A camera that slews its clock shows it in the stamps of
+/// its frames, too: then a few blocks do; without such a witness it takes kRing.
+void FloorLine::_Judge(double place) {
+    const Fit fit = _FitOffLine(place);
+    if (fit.residual > 4.0 * scatter_) {
         tooFast_ = 0;
         parallel_ = 0;
         return;
     }
-    tooFast_ = std::abs(slope_ + rate) > kMaxRate ? tooFast_ + 1 : 0;
+    const double size = std::abs(fit.rate);
+    const bool sure = size * fit.spread > kSureOfRate * std::max(fit.residual, scatter_);
+    const bool slewed = sure && size >= kParallel && std::abs(fit.rate + _CadenceChange()) < 0.3 * size;
+    if (!ring_.IsFull()) {
+        if (slewed)
+            _ChangeRate(fit, 0.2 * size, place);  // the stamps say so: no doubt
+        return;
+    }
+    tooFast_ = std::abs(slope_ + fit.rate) > kMaxRate ? tooFast_ + 1 : 0;
     if (tooFast_ >= (settledFor_ < kSettling ? 1 : kTooFast)) {
         _Lose(place);
         return;
     }
-    const double height = meanHeight + rate * (Seconds(first, PlaceUnits(place)) - meanPlace) - lowered_;
-    const double significance = std::abs(rate) * std::sqrt(sxx);  // in standard deviations, times `residual`
     // It left the line without a jump, and by a few millionths: the crystal's temperature.
-    const bool warm = leftNearby_ && residual < 2.0 * scatter_ && std::abs(rate) < kWarm &&
-                      significance > kSureOfWarm * residual;
-    if (!warm && std::abs(rate) < kParallel) {
-        if (++parallel_ == kRing && height > 0.0) {
-            told_ = height;
-            _Happened(Event::Kind::kLonger, height);
+    const bool warm = leftNearby_ && fit.residual < 2.0 * scatter_ && size < kWarm &&
+                      size * fit.spread > kSureOfWarm * fit.residual;
+    if (warm) {
+        _Doubt(std::abs(fit.height), place);
+        _ChangeRate(fit, size, place);
+        return;
+    }
+    if (size < kParallel) {
+        if (++parallel_ == kRing && fit.height > 0.0) {
+            told_ = fit.height;
+            _Happened(Event::Kind::kLonger, fit.height);
         }
         return;
     }
     parallel_ = 0;
-    // Of two clean lines the one with the likelier crystal; or the camera slews, and its stamps show it, too.
-    const bool likelier = std::abs(slope_ + rate) < 0.5 * std::abs(slope_) && std::abs(rate) > kClock;
-    const bool slewed = std::abs(rate + _CadenceChange()) < 0.3 * std::abs(rate);
-    if (!warm && !((likelier || slewed) && significance > kSureOfRate * residual))
+    // Of two clean lines the one with the likelier crystal.
+    const bool likelier = std::abs(slope_ + fit.rate) < 0.5 * std::abs(slope_) && size > kClock;
+    if (!slewed && !(likelier && sure))
         return;
-    offset_ += height;
-    slope_ = std::clamp(slope_ + rate, -kMaxRate, kMaxRate);
-    P00_ += Square(residual);
-    P11_ += Square(warm ? rate : 0.2 * rate);
+    if (!slewed)
+        _Doubt(std::abs(fit.height), place);
+    _ChangeRate(fit, 0.2 * size, place);
+}
+
+/// The blocks off the line are the line from here on; `doubt`: standard deviation of its new slope.
+void FloorLine::_ChangeRate(const Fit& fit, double doubt, double place) {
+    offset_ += fit.height;
+    slope_ = std::clamp(slope_ + fit.rate, -kMaxRate, kMaxRate);
+    P00_ += Square(fit.residual);
+    P11_ += Square(doubt);
     lastUsable_ = place;
-    _Doubt(std::abs(height), place);
     _ForgetOffLine();
     cadences_.Clear();
-    _Happened(Event::Kind::kRate, height);
+    _Happened(Event::Kind::kRate, fit.height);
 }
 
 /// By how much a frame's step of the stamps differs from the usual one since the line was left. Not known

@@ -138,6 +138,14 @@ private:
         float height = 0.0F;  // s; 24 bits of 0.1 s are 6 ns
     };
 
+    /// A line through blocks off ours.
+    struct Fit {
+        double rate = 0.0;      // steeper than ours by so much
+        double height = 0.0;    // s: above ours at the newest of them
+        double residual = 0.0;  // s: standard deviation of a block from it
+        double spread = 0.0;    // s: residual / spread is the rate's standard deviation
+    };
+
     /// The newest `kSize` values, oldest first. Pushed once a block: moving them along costs nothing then.
     template <class T, std::size_t kSize>
     class Window {
@@ -186,7 +194,9 @@ private:
     void _Learn(double x);
     void _LearnOffLine(double low, double place);
     void _LearnOnLine(double low, double place);
+    Fit _FitOffLine(double place);
     void _Judge(double place);
+    void _ChangeRate(const Fit& fit, double doubt, double place);
     void _Lose(double x);
     void _Doubt(double size, double x);
     void _Happened(Event::Kind kind, double size_s);
