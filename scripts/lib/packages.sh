@@ -26,9 +26,9 @@ bench_packages=(
   libgstreamer1.0-dev libgstreamer-plugins-base1.0-dev libgstreamer-plugins-bad1.0-dev gstreamer1.0-plugins-good
 )
 
-# What .ci/run adds: the second compiler with its sanitizer and fuzzer runtimes, the two checkers, and what runs
-# the test of bench/compare.
-ci_packages=(clang clang-format clang-tidy libclang-rt-dev python3)
+# What .ci/run adds: the second compiler with its sanitizer and fuzzer runtimes, the two checkers, what runs the test of
+# bench/compare, and what examples/AvformatRecorder stands on.
+ci_packages=(clang clang-format clang-tidy libclang-rt-dev python3 libavformat-dev)
 
 # is_installed PACKAGE
 is_installed() {

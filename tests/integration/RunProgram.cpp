@@ -45,10 +45,14 @@ std::vector<std::string> Outcome::OutLines() const {
 }
 
 Outcome RunProgram(const std::string& arguments, const std::string& environment) {
+    return Run(CAMCLOCK_PROGRAM, arguments, environment);
+}
+
+Outcome Run(const std::string& program, const std::string& arguments, const std::string& environment) {
     const std::string errors = NameOfNextFile();
     // A program that hangs is ended, so that no run outlives its test.
-    const std::string command = environment + " timeout --kill-after=5 60 '" CAMCLOCK_PROGRAM "' " +
-                                arguments + " 2>'" + errors + "'";
+    const std::string command =
+        environment + " timeout --kill-after=5 60 '" + program + "' " + arguments + " 2>'" + errors + "'";
     Outcome outcome;
     std::FILE* pipe =
         popen(command.c_str(), "r");  // NOLINT(cert-env33-c): a test of the program as users start it

@@ -23,7 +23,10 @@ struct Outcome {
 /// front of it ("NAME=value").
 Outcome RunProgram(const std::string& arguments, const std::string& environment = "");
 
-/// The same beside the test, which goes on.
+/// The same for another program.
+Outcome Run(const std::string& program, const std::string& arguments, const std::string& environment = "");
+
+/// `RunProgram` beside the test, which goes on.
 std::future<Outcome> StartProgram(const std::string& arguments);
 
 /// A camera in this process; starts GStreamer and the host's clock with the first one. The test is skipped,
