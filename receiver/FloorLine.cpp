@@ -51,12 +51,17 @@ constexpr double kDeviationShare =
 // What is not known at the start, standard deviations: the first frame's delay, a crystal's rate; the delay
 // of the frame after the stamps were set; the same once more when the network is believed.
 constexpr double kFirstOffset = 50e-3;  // s
-constexpr double kFirstSlope = 200e-6;
-constexpr double kSetOffset = 10e-3;  // s
-constexpr double kAnewOffset = 5e-3;  // s
-constexpr double kSettling = 30.0;    // s: so long the filter's own variance tells the doubt
+constexpr double kSetOffset = 10e-3;    // s
+constexpr double kAnewOffset = 5e-3;    // s
+constexpr double kSettling = 30.0;      // s: so long the filter's own variance tells the doubt
 
-// No answer for a minute, then the line is tried anew; twice as long each time that it is lost again at once.
+// What no crystal keeps may still be a camera's rate: stamps of 29.97 frames a second for 30 are 1,000 ppm
+// off. Who was lost once is believed this much.
+constexpr double kWildRate = 10'000e-6;
+
+// No answer for some seconds, then the line is tried anew with the wilder rate; if that fails at once, after
+// a minute, and twice as long each time.
+constexpr double kLostFirst = 10.0;   // s
 constexpr double kLost = 60.0;        // s
 constexpr double kLostAgain = 300.0;  // s: five times what it takes to lose a camera that cannot be followed
 constexpr int kTooFast = 60;          // blocks in a row on a clean line with an impossible rate
@@ -237,7 +242,8 @@ void FloorLine::_Begin(TimePoint arrival_host) {
     lastEvent_ = lastEvent;
     origin_host_ = arrival_host;
     P00_ = Square(kFirstOffset);
-    P11_ = Square(kFirstSlope);
+    limit_ = lostFor_ > 0.0 ? kWildRate : kMaxRate;
+    P11_ = Square(limit_ / 3.0);
     started_ = true;
 }
 
@@ -371,7 +377,7 @@ double FloorLine::_Latest(const Place& frame, bool newest) {
     if (!newest || lost_)
         return frame.y();
     ceiling_ =
-        hasCeiling_ ? std::min(ceiling_ + kMaxRate * std::abs(frame.x - ceilingAt_), frame.y()) : frame.y();
+        hasCeiling_ ? std::min(ceiling_ + limit_ * std::abs(frame.x - ceilingAt_), frame.y()) : frame.y();
     ceilingAt_ = frame.x;
     hasCeiling_ = true;
     return ceiling_;
@@ -458,7 +464,7 @@ void FloorLine::_LearnOffLine(double low, double place) {
         offset_ += low;
         P00_ = Square(kAnewOffset);
         P01_ = 0.0;
-        P11_ = Square(kFirstSlope);
+        P11_ = Square(limit_ / 3.0);
         lastUsable_ = place;
         _ForgetOffLine();
         _Doubt(low, place);
@@ -470,6 +476,8 @@ void FloorLine::_LearnOnLine(double low, double place) {
     if (told_ != 0.0)
         _Happened(Event::Kind::kReturned, -told_);
     _ForgetOffLine();
+    if (place - since_ > kSettling && std::abs(slope_) < kMaxRate)
+        limit_ = kMaxRate;
     settledFor_ += std::min(place - lastUsable_, 10.0);
     lastUsable_ = place;
     cadences_.Push({PlaceUnits(newest_.x), steps_});
@@ -477,8 +485,8 @@ void FloorLine::_LearnOnLine(double low, double place) {
     const double K0 = P00_ / innovation;
     const double K1 = P01_ / innovation;
     offset_ += K0 * low;
-    slope_ = std::clamp(slope_ + K1 * low, -kMaxRate, kMaxRate);
-    atLimit_ = std::abs(slope_) >= kMaxRate ? atLimit_ + 1 : 0;
+    slope_ = std::clamp(slope_ + K1 * low, -limit_, limit_);
+    atLimit_ = std::abs(slope_) >= limit_ ? atLimit_ + 1 : 0;
     if (atLimit_ >= kAtLimit) {
         _Lose(place);
         return;
@@ -539,7 +547,7 @@ void FloorLine::_Judge(double place) {
             _ChangeRate(fit, 0.2 * size, place);  // the stamps say so: no doubt
         return;
     }
-    tooFast_ = std::abs(slope_ + fit.rate) > kMaxRate ? tooFast_ + 1 : 0;
+    tooFast_ = std::abs(slope_ + fit.rate) > limit_ ? tooFast_ + 1 : 0;
     if (tooFast_ >= (settledFor_ < kSettling ? 1 : kTooFast)) {
         _Lose(place);
         return;
@@ -572,7 +580,7 @@ void FloorLine::_Judge(double place) {
 /// The blocks off the line are the line from here on; `doubt`: standard deviation of its new slope.
 void FloorLine::_ChangeRate(const Fit& fit, double doubt, double place) {
     offset_ += fit.height;
-    slope_ = std::clamp(slope_ + fit.rate, -kMaxRate, kMaxRate);
+    slope_ = std::clamp(slope_ + fit.rate, -limit_, limit_);
     P00_ += Square(fit.residual);
     P11_ += Square(doubt);
     lastUsable_ = place;
@@ -603,7 +611,8 @@ void FloorLine::_ForgetOffLine() {
 /// No answer of our own for a while, then anew. A camera that is lost again at once is tried less and less
 /// often.
 void FloorLine::_Lose(double x) {
-    lostFor_ = lostFor_ > 0.0 && x - since_ < kLostAgain ? std::min(2.0 * lostFor_, kHold) : kLost;
+    lostFor_ =
+        lostFor_ > 0.0 && x - since_ < kLostAgain ? std::clamp(2.0 * lostFor_, kLost, kHold) : kLostFirst;
     lostUntil_ = x + lostFor_;
     lost_ = true;
     _ForgetOffLine();

@@ -59,11 +59,11 @@ public:
             kReturned,  ///< and are back on the line; `size` is negative
             kRate,      ///< the stamps proved a change of the camera's rate: the line moved by `size`
             kAnew,      ///< nothing usable for kHold: the network is believed, the line moved by `size`
-            kLost,      ///< no crystal is that far off: no answer of our own for a while
+            kLost,      ///< the rate cannot be: no answer of our own for a while
         };
         Kind kind = Kind::kNone;
-        std::chrono::microseconds size{
-            0};  ///< truncated toward zero, ends of its range where it would not fit
+        /// Rounded; the ends of its range where it would not fit.
+        std::chrono::microseconds size{0};
 
         /// A route that got longer, or shorter, or whose change is believed after kHold, by 1 ms or more:
         /// less is the network's own noise, and a millisecond is what events are counted in.
@@ -74,8 +74,10 @@ public:
         }
     };
 
-    /// The camera's rate is never believed to be further from the host's than this: quartz is within 100 ppm,
-    /// the worst resonators of cheap cameras within 500.
+    /// The camera's rate is not believed to be further from the host's than this: quartz is within 100 ppm,
+    /// the worst resonators of cheap cameras within 500. A camera that is further off is lost first
+    /// (`Kind::kLost`), for some ten seconds, and then believed up to a hundredth: stamps of 29.97 frames a
+    /// second for 30 are 1,000 ppm off, whatever the crystal.
     static constexpr double kMaxRate = 600e-6;
 
     /// A stream whose RTP clock runs at `clockRate_Hz`. With 0 there is no line: every answer is the arrival,
@@ -245,6 +247,7 @@ private:
     double ceiling_ = 0.0;        // s: leaking minimum of y, for `latest_host`
     double ceilingAt_ = 0.0;      // its x
     double lostUntil_ = 0.0;      // x
+    double limit_ = kMaxRate;     // of the slope
     double lostFor_ = 0.0;        // s: length of the last time lost; 0: never
     int tooFast_ = 0;             // judgements in a row with an impossible rate
     int atLimit_ = 0;             // blocks in a row with the slope at its limit
