@@ -221,13 +221,16 @@ StreamSession::Step StreamSession::_StepTo(const Assembled& frame) const {
     step.rtp = RtpElapsed(newest_.rtp_ts, frame.rtp_ts, rate_Hz_, step.arrival);
     step.cause = pending_;
     if (step.cause == Cause::kNone) {
-        // The stamps were set if they jump while the arrivals go on as usual.
+        // The stamps were set if they jump while the arrivals go on as usual, or go another way than a long
+        // silence.
         const double d = static_cast<double>(step.rtp) / static_cast<double>(rate_Hz_);
+        const double a = Seconds(step.arrival);
         const double beside = std::abs(d - usual_s_);
-        const bool jumps = beside > kSet_s && std::abs(Seconds(step.arrival) - usual_s_) < beside / 2;
+        const bool jumps = beside > kSet_s && std::abs(a - usual_s_) < beside / 2;
+        const bool parts = step.arrival > kUnsettling && std::abs(d - a) > kSet_s;
         if (step.arrival > kLongestSilence)
             step.cause = Cause::kSilence;
-        else if (d < -kSet_s || jumps)
+        else if (d < -kSet_s || jumps || parts)
             step.cause = Cause::kStampsSet;
     }
     step.runsBack = step.cause == Cause::kNone && step.rtp <= 0;
@@ -399,7 +402,6 @@ void StreamSession::_AnswerByMedian(const Assembled& frame, const Step& step, Fr
 void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
     const FloorLine::Answer line = line_.Feed(frame.arrival_host, frame.rtp_ts);
     const TimePoint captured = Moved(line.fastest_host, -ToTicks(camera_->LeastLatency()));
-    lineIsSettled_ = line.settled && line.uncertainty;
     out.precise_host = line.uncertainty ? (std::min)(captured, frame.arrival_host) : out.median_host;
     if (camera_->settings.cameraDelay)
         _Bound(line, out);
@@ -432,7 +434,8 @@ void StreamSession::_Bound(const FloorLine::Answer& line, Frame& out) const {
 // ---- presentation time, and what is remembered
 
 void StreamSession::_Stamp(const Assembled& frame, const Step& step, Frame& out) {
-    const TimePoint captured = lineIsSettled_ ? out.precise_host : out.captured_host;
+    // The median's answer, since its errors have no side: what many epochs add up stays small.
+    const TimePoint captured = out.median_host;
     std::int64_t ticks = 0;
     if (!started_ || step.cause != Cause::kNone) {
         ptsBase_ = camera_->pts.Begin(ptsPlace_, captured, frame.arrival_host, rate_Hz_);

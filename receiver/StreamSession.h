@@ -112,7 +112,6 @@ private:
     std::uint32_t synced_ = 0;               // frames since the epoch's first report
     std::uint32_t unsettled_ = 0;            // frames until the median is trusted again, after a silence
     bool hasFrame_ = false;                  // the epoch has had a frame
-    bool lineIsSettled_ = false;
     std::optional<std::chrono::milliseconds> expectedD_;  // the last epoch's
     FloorLine line_;
 

@@ -110,6 +110,21 @@ TEST(ReceiverScenario, FramesAfterASilenceSettleAgain) {
     EXPECT_EQ(watched.frames[2'526].frame.trust, Trust::kGood);
 }
 
+TEST(ReceiverScenario, StampsSetDuringASilenceBeginAnEpoch) {
+    for (const seconds by : {seconds(40), seconds(1), seconds(-3)}) {
+        Watched watched(Lan(12));
+        watched.device.At(seconds(100), [by](sim::RtpCamera& camera) {
+            camera.FallSilent(seconds(50));
+            camera.SetRtpClock(by);
+        });
+        watched.Run(kFrames);
+        EXPECT_EQ(watched.frames.back().frame.epoch, 2U);
+        EXPECT_LE(watched.WorstGood_ms(), kGood_ms);
+        EXPECT_TRUE(watched.PtsGrows());
+        EXPECT_LE(std::abs(watched.PtsBeside_ms()), 50.0);
+    }
+}
+
 // ---- its source changes
 
 TEST(ReceiverScenario, AnotherSourceIsBelievedAfterASecond) {
@@ -162,6 +177,26 @@ TEST(ReceiverScenario, ByeLetsTheNextSourceInAtOnce) {
     watched.Run(1'003);
     EXPECT_EQ(watched.frames.back().frame.epoch, 2U);
     EXPECT_EQ(watched.stream->Snapshot().foreign, 0U);
+}
+
+TEST(ReceiverScenario, AHundredReconnectsKeepThePresentationTime) {
+    sim::RtpCamera::Settings device = Lan(14);
+    device.skew_ppm = 0.0;
+    device.firstReport = Ticks(1'000'000);
+    device.reportInterval = Ticks(10'000'000);
+    Watched watched(device);
+    std::uint64_t restarts = 0;
+    watched.Run(10'000, [&](const sim::Datagram& datagram) {
+        if (!datagram.rtcp && datagram.frame / 100 > restarts) {
+            ++restarts;
+            watched.stream->Restarted();
+            watched.device.ChangeSource();
+        }
+    });
+    EXPECT_GE(watched.frames.back().frame.epoch, 100U);
+    EXPECT_TRUE(watched.PtsGrows());
+    EXPECT_LE(std::abs(watched.PtsBeside_ms()), 50.0);
+    EXPECT_LE(watched.WorstGood_ms(), kGood_ms);
 }
 
 // ---- foreign packets
