@@ -35,10 +35,14 @@ constexpr double kWholeMsDoubt = 600e-6;         // s: half a millisecond, and t
 
 // Least step of the RTP clock that is looked for: clocks that are off by less than 0.128 s are slewed by
 // their NTP client (RFC 5905, 11.3), not set.
-constexpr double kStep = 0.1;          // s
-constexpr std::uint32_t kBack = 8;     // frames in a row that prove a step back
-constexpr double kWholeSteps = 16.0;   // so many usual steps are known to less than a frame's jitter
-constexpr std::uint32_t kBetween = 4;  // B frames stand in runs of no more than that
+constexpr double kStep = 0.1;  // s
+// Less than that is looked for in the steps of stamps that are regular otherwise: a step that is no multiple
+// of the usual one, and blocks that lie off the line by what is odd about it.
+constexpr double kOdd = 1e-3;            // s
+constexpr double kOddDeviations = 10.0;  // of `deviation_`
+constexpr std::uint32_t kBack = 8;       // frames in a row that prove a step back
+constexpr double kWholeSteps = 16.0;     // so many usual steps are known to less than a frame's jitter
+constexpr std::uint32_t kBetween = 4;    // B frames stand in runs of no more than that
 
 // Averages of the cadence: over 16 and 64 frames, and what is added is clipped, so that a pause moves them
 // little.
@@ -259,7 +263,7 @@ void FloorLine::_MoveOrigin() {
         static_cast<std::uint64_t>(origin_host_.time_since_epoch().count()) +
         static_cast<std::uint64_t>(seconds + gained) * static_cast<std::uint64_t>(kTicksPerSecond))));
     for (double* place : {&place_, &newest_.x, &lastBack_.x, &block_.begin, &block_.place, &lastUsable_,
-                          &since_, &doubtFrom_, &ceilingAt_, &lostUntil_})
+                          &since_, &doubtFrom_, &ceilingAt_, &lostUntil_, &oddAt_})
         *place -= x;
     for (double* arrival : {&newest_.arrival, &lastBack_.arrival})
         *arrival -= x + y;
@@ -320,11 +324,17 @@ void FloorLine::_Follow(const Place& frame) {
     if (back_ > 0) {
         backLow_ = std::min(backLow_, height);
         const double jump = _BackBy();
-        set = back_ > between_ && jump < -kStep && step - elapsed < -kStep / 2;
-        if (set)
+        const bool setBack = back_ > between_ && jump < -kOdd && step - elapsed < jump / 2.0;
+        set = setBack && jump < -kStep;
+        if (set) {
             _Set(jump, frame.x);  // by so little that this frame is newer again
-        else
+        } else if (setBack) {
+            odd_ = jump;
+            oddAt_ = frame.x;
+            step = nominal;
+        } else {
             between_ = std::max(between_, std::min(back_, kBetween));
+        }
         back_ = 0;
     } else if (nominal_ > 0.0) {
         // The stamps jumped, the arrivals did not; or a silence ended below the line.
@@ -337,10 +347,19 @@ void FloorLine::_Follow(const Place& frame) {
     if (set)
         step = nominal;
     const double steps = StepsIn(step, nominal);
+    const double odd = step - steps * nominal;
     steps_ += static_cast<std::uint32_t>(steps);
-    deviation_ += (std::min(std::abs(step - steps * nominal), kDeviationClip) - deviation_) / 64;
-    nominal_ =
-        nominal_ > 0.0 ? nominal_ + std::clamp(step - nominal_, -kNominalClip, kNominalClip) / 16 : step;
+    const bool isOdd = nominal_ > 0.0 && std::abs(odd) > std::max(kOdd, kOddDeviations * deviation_);
+    if (isOdd) {
+        odd_ = odd;
+        oddAt_ = frame.x;
+    }
+    if (!isOdd || wasOdd_) {  // one alone does not tell another cadence
+        deviation_ += (std::min(std::abs(odd), kDeviationClip) - deviation_) / 64;
+        nominal_ =
+            nominal_ > 0.0 ? nominal_ + std::clamp(step - nominal_, -kNominalClip, kNominalClip) / 16 : step;
+    }
+    wasOdd_ = isOdd;
 }
 
 /// The RTP clock was set by `jump`: slope and latest latency are kept, what was gathered is not.
@@ -450,6 +469,10 @@ void FloorLine::_LearnOffLine(double low, double place) {
         leftNearby_ = std::abs(low) < 2.0 * leftGate_;
     }
     ring_.Push({{PlaceUnits(newest_.x), steps_}, PlaceUnits(place), static_cast<float>(low + lowered_)});
+    if (low < 0.0 && _WasSetBy(low)) {
+        _SetLate(low, place);
+        return;
+    }
     if (low < 0.0) {  // proof that the line is too high: it follows, its slope does not
         _Doubt(_Gate() - low, place);
         offset_ += low;
@@ -476,6 +499,8 @@ void FloorLine::_LearnOnLine(double low, double place) {
     if (told_ != 0.0)
         _Happened(Event::Kind::kReturned, -told_);
     _ForgetOffLine();
+    if (place > oddAt_)
+        odd_ = 0.0;  // it was the frames' own
     if (place - since_ > kSettling && std::abs(slope_) < kMaxRate)
         limit_ = kMaxRate;
     settledFor_ += std::min(place - lastUsable_, 10.0);
@@ -542,6 +567,10 @@ void FloorLine::_Judge(double place) {
     const double size = std::abs(fit.rate);
     const bool sure = size * fit.spread > kSureOfRate * std::max(fit.residual, scatter_);
     const bool slewed = sure && size >= kParallel && std::abs(fit.rate + _CadenceChange()) < 0.3 * size;
+    if (size < kParallel && _WasSetBy(fit.height)) {
+        _SetLate(fit.height, place);
+        return;
+    }
     if (!ring_.IsFull()) {
         if (slewed)
             _ChangeRate(fit, 0.2 * size, place);  // the stamps say so: no doubt
@@ -575,6 +604,26 @@ void FloorLine::_Judge(double place) {
     if (!slewed)
         _Doubt(std::abs(fit.height), place);
     _ChangeRate(fit, 0.2 * size, place);
+}
+
+/// Whether the stamps took a step, since blocks lay on the line, that was no multiple of their usual one and
+/// that explains blocks of this height; up to a lost frame or two.
+bool FloorLine::_WasSetBy(double height) const {
+    if (odd_ == 0.0)
+        return false;
+    const double lost = std::floor((height + odd_) / nominal_ + 0.5);
+    return std::abs(lost) <= 2.0 && std::abs(height + odd_ - lost * nominal_) < kGate * scatter_;
+}
+
+/// The RTP clock was set by little, some blocks ago.
+void FloorLine::_SetLate(double height, double place) {
+    offset_ += height;
+    P00_ += Square(scatter_);
+    lastUsable_ = place;
+    hasCeiling_ = false;
+    _ForgetOffLine();
+    odd_ = 0.0;
+    _Happened(Event::Kind::kSet, -height);
 }
 
 /// The blocks off the line are the line from here on; `doubt`: standard deviation of its new slope.

@@ -198,6 +198,8 @@ private:
     void _LearnOnLine(double low, double place);
     Fit _FitOffLine(double place);
     void _Judge(double place);
+    bool _WasSetBy(double height) const;
+    void _SetLate(double height, double place);
     void _ChangeRate(const Fit& fit, double doubt, double place);
     void _Lose(double x);
     void _Doubt(double size, double x);
@@ -225,9 +227,11 @@ private:
 
     // The stamps' own rhythm.
     Place newest_;
-    Place lastBack_;             // the last frame that counted, in order or back
-    double nominal_ = 0.0;       // s: usual step of the stamps; 0: not known yet
-    double deviation_ = 0.0;     // s: usual distance of a step from a multiple of `nominal_`
+    Place lastBack_;          // the last frame that counted, in order or back
+    double nominal_ = 0.0;    // s: usual step of the stamps; 0: not known yet
+    double deviation_ = 0.0;  // s: usual distance of a step from a multiple of `nominal_`
+    double odd_ = 0.0;  // s: the last step that was no multiple of `nominal_`; 0: none since the line was met
+    double oddAt_ = 0.0;         // its x
     std::uint32_t steps_ = 0;    // usual steps so far, lost frames included; modulo 2^32
     std::uint32_t back_ = 0;     // frames in a row that ran back
     std::uint32_t between_ = 0;  // B frames that stand between two others
@@ -253,6 +257,7 @@ private:
     int atLimit_ = 0;             // blocks in a row with the slope at its limit
     double told_ = 0.0;           // s: the longer route that was told
     std::uint32_t parallel_ = 0;  // judgements in a row that found the line's parallel
+    bool wasOdd_ = false;         // the newest step
     bool started_ = false;
     bool firstBlock_ = true;
     bool fine_ = false;  // arrivals are known to better than whole milliseconds

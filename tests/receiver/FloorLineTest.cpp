@@ -556,6 +556,38 @@ TEST(FloorLine, StampsSetDuringASilenceAreSetByWhatTheArrivalsSay) {
     }
 }
 
+TEST(FloorLine, StampsSetByLessThanAStepAreSeenByTheirOddSteps) {
+    for (const double jump : {-0.09, -0.05, -0.02, 0.02, 0.05}) {
+        for (const Network& network : {kLan, kWiFi}) {
+            if (jump > 0.0 && network.jitter > kLan.jitter)
+                continue;  // the first frames after it lie below the line, but not by just as much
+            SCOPED_TRACE(std::to_string(jump) + ", way of " + std::to_string(network.least));
+            const Outcome outcome = Judge(On(network, ClockSet(300, jump)), 2, 300.0);
+            ASSERT_EQ(outcome.Events(Kind::kSet).size(), 1u);
+            EXPECT_NEAR(SecondsOf(outcome.Events(Kind::kSet).front().size), jump, 1e-3);
+            EXPECT_LE(outcome.Error_ms(1.0, 307.0), network.least == kLan.least ? 0.1 : 0.7);
+            EXPECT_LE(outcome.rows.back().uncertainty, 2e-3);  // nothing is in doubt
+        }
+    }
+}
+
+TEST(FloorLine, AnOddStepOfStampsAndArrivalsAlikeIsThePauseThatItLooksLike) {
+    Exact film;
+    film.Run(60.0);
+    for (const double pause : {0.057, 0.019, 0.113}) {
+        film.Step(pause, pause);
+        EXPECT_LE(std::abs(film.Error(film.Run(20.0))), 20e-6);
+    }
+    EXPECT_EQ(film.line.LastEvent().kind, Kind::kNone);
+}
+
+TEST(FloorLine, AQueueAfterAnOddStepIsAQueue) {
+    Exact film;
+    film.Run(60.0);
+    film.Step(0.057, 0.057);
+    EXPECT_LE(std::abs(film.Error(film.Run(60.0, 10e-3))), 20e-6);
+}
+
 TEST(FloorLine, ASilenceAloneMovesNothing) {
     for (const double silence : {1.0, 60.0, 119.0, 7'200.0}) {
         SCOPED_TRACE(silence);
