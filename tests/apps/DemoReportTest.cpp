@@ -22,6 +22,8 @@ Sample MakeSample(std::int64_t made_ms, std::int64_t error_ms) {
     sample.row.frame.arrived_host = sample.truth.madeAt_host + milliseconds(60);
     sample.row.frame.captured_cam = sample.truth.madeAt_cam;
     sample.row.frame.captured_host = sample.truth.madeAt_host + milliseconds(error_ms);
+    sample.row.frame.median_host = sample.row.frame.captured_host;
+    sample.row.frame.precise_host = sample.truth.madeAt_host + std::chrono::microseconds(250);
     sample.row.frame.trust = receiver::Trust::kGood;
     sample.row.frame.D = milliseconds(-3'600'001);
     return sample;
@@ -35,7 +37,10 @@ TEST(DemoComparison, MeasuresTheMeanLatencyThenLetsItSettle) {
         EXPECT_FALSE(comparison.Add(sample.row, sample.truth));
     }
     const Sample last = MakeSample(now += 40, 30);
-    EXPECT_EQ(comparison.Add(last.row, last.truth), milliseconds(60));
+    const auto measured = comparison.Add(last.row, last.truth);
+    ASSERT_TRUE(measured);
+    EXPECT_EQ(measured->mean, milliseconds(60));
+    EXPECT_EQ(measured->least, milliseconds(60));
     for (std::size_t i = 0; i < DemoComparison::kSettling; ++i) {
         const Sample sample = MakeSample(now += 40, 30);
         EXPECT_FALSE(comparison.Add(sample.row, sample.truth));
@@ -51,6 +56,7 @@ TEST(DemoComparison, MeasuresTheMeanLatencyThenLetsItSettle) {
     EXPECT_EQ(result.meanLatency_ms, 60);
     EXPECT_DOUBLE_EQ(result.camclock.median, 1.0);
     EXPECT_DOUBLE_EQ(result.camclock.max, 2.0);
+    EXPECT_DOUBLE_EQ(result.precise.max, 0.25);
     EXPECT_DOUBLE_EQ(result.reception.p99, 60.0);
     EXPECT_DOUBLE_EQ(result.camera.median, 3'600'000.0);
     EXPECT_DOUBLE_EQ(result.goodShare, 1.0);
@@ -86,18 +92,21 @@ TEST(DemoTable, ShowsWhatWasFoundAgainstTheNaiveAnswers) {
     result.compared = 391;
     result.meanLatency_ms = 60;
     result.camclock = {0.5, 1.25, 1.5, 2.0};
+    result.precise = {0.01, 0.02, 0.03, 0.04};
     result.reception = {60.0, 64.0, 83.0, 107.0};
     result.camera = {3723500.0, 3723500.5, 3723501.0, 3723501.0};
     result.goodShare = 0.998;
     result.D_found_ms = -3723500;
     result.D_true_ms = -3723501.002;
     const std::vector<std::string> expected{
-        "error in ms over UDP      median         p95         p99         max",
-        "camclock (TOC_host)         0.50        1.25        1.50        2.00",
-        "time of reception          60.00       64.00       83.00      107.00",
-        "camera's own clock    3723500.00  3723500.50  3723501.00  3723501.00",
-        "498 frames received, 391 compared, 99.8% of them with good trust",
-        "D found -3723500 ms, true -3723501.002 ms; mean latency 60 ms",
+        "error in ms, UDP        median         p99         max",
+        "camclock, median          0.50        1.50        2.00",
+        "camclock, precise         0.01        0.03        0.04",
+        "time of reception        60.00       83.00      107.00",
+        "camera's own clock  3723500.00  3723501.00  3723501.00",
+        "498 frames, 391 compared, 99.8% of them good",
+        "D found -3723500 ms, true -3723501.002 ms",
+        "mean latency 60 ms",
     };
     EXPECT_EQ(DemoTable({result}), expected);
 }

@@ -49,6 +49,11 @@ WatchPlan PlanOf(const DemoOptions& options, const std::string& url) {
     return plan;
 }
 
+void SetLatency(receiver::Camera& camera, const MeasuredLatency& measured) {
+    camera.SetMeanLatency(measured.mean);
+    camera.SetLeastLatency(measured.least);
+}
+
 ExitCode Compare(const DemoOptions& options) {
     TestCamera::Settings settings;
     settings.offset = std::chrono::milliseconds(options.offset_ms);
@@ -69,7 +74,7 @@ ExitCode Compare(const DemoOptions& options) {
         if (!truth)
             comparison.AddUnknown();
         else if (const auto measured = comparison.Add(row, *truth))
-            watch.Camera().SetMeanLatency(*measured);
+            SetLatency(watch.Camera(), *measured);
     });
     const ExitCode watched = run.Run();
 
@@ -82,6 +87,7 @@ ExitCode Compare(const DemoOptions& options) {
     if (options.format == DemoFormat::kJson) {
         Output::Standard().Lines(DemoJson(results));
     } else {
+        Output::Standard().Line("");
         for (const std::string& line : DemoTable(results))
             Output::Standard().Line(line);
     }
@@ -101,10 +107,10 @@ ExitCode RunDemo(const DemoOptions& options) {
     receiver::Now();  // anchors the host's clock
     Terminal::CatchInterrupts();
     if (options.format == DemoFormat::kTable)
-        Output::Standard().Lines(
-            fmt::format("A camera on this machine whose clock is wrong by {} ms and drifts by {} ppm,\n"
-                        "watched for {} s. At the end: what was found, against the truth.\n\n",
-                        options.offset_ms, options.drift_ppm, options.duration_s));
+        Output::Standard().Lines(fmt::format("A camera on this machine whose clock is wrong by\n"
+                                             "{} ms and drifts by {} ppm, watched for {} s.\n"
+                                             "At the end: what was found, against the truth.\n\n",
+                                             options.offset_ms, options.drift_ppm, options.duration_s));
     return Compare(options);
 }
 

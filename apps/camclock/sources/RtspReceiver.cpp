@@ -17,6 +17,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -91,10 +92,28 @@ struct BusError {
     std::string reason;
 };
 
+/// A refused SETUP stands in the developers' text only: "file(line): function: element:\nError (453):
+/// reason".
+void ReadStatusText(const char* text, BusError& out) {
+    constexpr std::string_view kStart = "Error (";
+    const std::string_view all = text == nullptr ? "" : text;
+    const std::size_t start = all.rfind(kStart);
+    if (start == std::string_view::npos)
+        return;
+    const std::string rest(all.substr(start + kStart.size()));
+    const std::size_t end = rest.find("): ");
+    if (end != 3)
+        return;
+    out.status = static_cast<unsigned int>(g_ascii_strtoull(rest.c_str(), nullptr, 10));
+    out.reason = rest.substr(end + 3);
+}
+
 BusError ReadError(GstMessage* message) {
     GError* raw = nullptr;
-    gst_message_parse_error(message, &raw, nullptr);
+    gchar* rawText = nullptr;
+    gst_message_parse_error(message, &raw, &rawText);
     const ErrorOwner error(raw);
+    const TextOwner debug(rawText);
     BusError result{error->domain, error->code, error->message, 0, ""};
     const GstStructure* details = nullptr;
     gst_message_parse_error_details(message, &details);
@@ -104,6 +123,8 @@ BusError ReadError(GstMessage* message) {
             result.status = status;
         result.reason = Field(*details, "rtsp-status-reason");
     }
+    if (result.status == 0)
+        ReadStatusText(debug.get(), result);
     return result;
 }
 
@@ -383,6 +404,9 @@ Failure RtspReceiver::Pipeline::Explain(const BusError& error) {
     if (feeds.empty())
         return {ExitCode::kNoVideo, "no video: the camera describes no video stream at this path",
                 "ask the camera's manual for the path of its video"};
+    // The camera took none of the transports: GStreamer keeps its answers to itself.
+    if (error.domain == GST_STREAM_ERROR && error.code == GST_STREAM_ERROR_CODEC_NOT_FOUND)
+        return FailureOfStatus(GST_RTSP_STS_UNSUPPORTED_TRANSPORT, "Unsupported Transport");
     return {ExitCode::kStreamLost, fmt::format("stream lost: {}", error.text),
             "look whether the camera restarted, or use --reconnect"};
 }

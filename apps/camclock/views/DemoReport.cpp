@@ -12,6 +12,9 @@
 namespace camclock::app {
 namespace {
 
+/// The narrowest screen that everything fits.
+constexpr std::size_t kWidth = 60;
+
 double Milliseconds(Ticks span) {
     return std::chrono::duration<double, std::milli>(span).count();
 }
@@ -33,8 +36,7 @@ DemoComparison::DemoComparison(std::string transport, std::optional<std::chrono:
     result_.meanLatency_ms = meanLatency ? meanLatency->count() : 0;
 }
 
-std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row,
-                                                             const TestCamera::Truth& truth) {
+std::optional<MeasuredLatency> DemoComparison::Add(const FrameRow& row, const TestCamera::Truth& truth) {
     ++result_.frames;
     if (!row.Synced())
         return std::nullopt;
@@ -43,8 +45,10 @@ std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row
         if (latencies_ms_.size() < kMeasured)
             return std::nullopt;
         measuring_ = false;
-        const std::chrono::milliseconds measured(std::llround(Percentile(latencies_ms_, 0.5)));
-        result_.meanLatency_ms = measured.count();
+        MeasuredLatency measured;
+        measured.mean = std::chrono::milliseconds(std::llround(Percentile(latencies_ms_, 0.5)));
+        measured.least = std::chrono::microseconds(std::llround(Percentile(latencies_ms_, 0.0) * 1000.0));
+        result_.meanLatency_ms = measured.mean.count();
         return measured;
     }
     if (settling_ > 0) {
@@ -52,7 +56,8 @@ std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row
         return std::nullopt;
     }
     ++result_.compared;
-    camclock_ms_.push_back(std::abs(Milliseconds(row.frame.captured_host - truth.madeAt_host)));
+    camclock_ms_.push_back(std::abs(Milliseconds(row.frame.median_host - truth.madeAt_host)));
+    precise_ms_.push_back(std::abs(Milliseconds(row.frame.precise_host - truth.madeAt_host)));
     reception_ms_.push_back(std::abs(Milliseconds(row.frame.arrived_host - truth.madeAt_host)));
     camera_ms_.push_back(std::abs(Milliseconds(row.frame.captured_cam - truth.madeAt_host)));
     if (row.frame.trust == receiver::Trust::kGood)
@@ -65,6 +70,7 @@ std::optional<std::chrono::milliseconds> DemoComparison::Add(const FrameRow& row
 DemoResult DemoComparison::Result() const {
     DemoResult result = result_;
     result.camclock = FiguresOf(camclock_ms_);
+    result.precise = FiguresOf(precise_ms_);
     result.reception = FiguresOf(reception_ms_);
     result.camera = FiguresOf(camera_ms_);
     if (result.compared > 0)
@@ -75,24 +81,26 @@ DemoResult DemoComparison::Result() const {
 std::vector<std::string> DemoTable(const std::vector<DemoResult>& results) {
     std::vector<std::string> lines;
     for (const DemoResult& result : results) {
-        TextTable table({{fmt::format("error in ms over {}", result.transport), TextTable::Align::kLeft},
+        TextTable table({{fmt::format("error in ms, {}", result.transport), TextTable::Align::kLeft},
                          {"median"},
-                         {"p95"},
+                         {"p95", TextTable::Align::kRight, 1},
                          {"p99"},
                          {"max"}});
         const auto add = [&table](const char* name, const ErrorFigures& figures) {
             table.AddRow({name, fmt::format("{:.2f}", figures.median), fmt::format("{:.2f}", figures.p95),
                           fmt::format("{:.2f}", figures.p99), fmt::format("{:.2f}", figures.max)});
         };
-        add("camclock (TOC_host)", result.camclock);
+        add("camclock, median", result.camclock);
+        add("camclock, precise", result.precise);
         add("time of reception", result.reception);
         add("camera's own clock", result.camera);
-        for (std::string& line : table.Lines())
+        for (std::string& line : table.Lines(kWidth))
             lines.push_back(std::move(line));
-        lines.push_back(fmt::format("{} frames received, {} compared, {:.1f}% of them with good trust",
-                                    result.frames, result.compared, result.goodShare * 100.0));
-        lines.push_back(fmt::format("D found {:.0f} ms, true {:.3f} ms; mean latency {} ms",
-                                    result.D_found_ms, result.D_true_ms, result.meanLatency_ms));
+        lines.push_back(fmt::format("{} frames, {} compared, {:.1f}% of them good", result.frames,
+                                    result.compared, result.goodShare * 100.0));
+        lines.push_back(
+            fmt::format("D found {:.0f} ms, true {:.3f} ms", result.D_found_ms, result.D_true_ms));
+        lines.push_back(fmt::format("mean latency {} ms", result.meanLatency_ms));
         lines.emplace_back();
     }
     if (!lines.empty())
@@ -108,6 +116,7 @@ std::string DemoJson(const std::vector<DemoResult>& results) {
                          {"compared", result.compared},
                          {"mean_latency_ms", result.meanLatency_ms},
                          {"camclock_error_ms", Json(result.camclock)},
+                         {"precise_error_ms", Json(result.precise)},
                          {"reception_error_ms", Json(result.reception)},
                          {"camera_clock_error_ms", Json(result.camera)},
                          {"good_share", result.goodShare},

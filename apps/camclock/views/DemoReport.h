@@ -25,12 +25,19 @@ struct DemoResult {
     std::uint64_t frames = 0;    ///< received
     std::uint64_t compared = 0;  ///< of these, compared with the truth
     std::int64_t meanLatency_ms = 0;
-    ErrorFigures camclock;   ///< TOC_host
+    ErrorFigures camclock;   ///< TOC_host by the median of the latencies
+    ErrorFigures precise;    ///< by the floor line
     ErrorFigures reception;  ///< the time of reception taken for the time of capture
     ErrorFigures camera;     ///< the camera's own time taken for the host's
     double goodShare = 0.0;  ///< 0 to 1, of the frames compared
     double D_found_ms = 0.0;
     double D_true_ms = 0.0;  ///< both at the last frame compared
+};
+
+/// What a real camera's owner measures once: the latency of the usual and of the fastest frame.
+struct MeasuredLatency {
+    std::chrono::milliseconds mean{0};
+    std::chrono::microseconds least{0};
 };
 
 /// Compares frames with the truth. Measures the mean latency first, unless it is given: over the first frames
@@ -45,9 +52,8 @@ public:
 
     DemoComparison(std::string transport, std::optional<std::chrono::milliseconds> meanLatency);
 
-    /// Takes the next frame. When it is the one that completes the measurement, returns the mean latency to
-    /// set.
-    std::optional<std::chrono::milliseconds> Add(const FrameRow& row, const TestCamera::Truth& truth);
+    /// Takes the next frame. When it is the one that completes the measurement, returns the latencies to set.
+    std::optional<MeasuredLatency> Add(const FrameRow& row, const TestCamera::Truth& truth);
 
     /// Counts a frame whose truth is not known.
     void AddUnknown() { ++result_.frames; }
@@ -60,12 +66,13 @@ private:
     std::size_t settling_ = kSettling;
     std::vector<double> latencies_ms_;
     std::vector<double> camclock_ms_;
+    std::vector<double> precise_ms_;
     std::vector<double> reception_ms_;
     std::vector<double> camera_ms_;
     std::uint64_t good_ = 0;
 };
 
-/// The closing table of the demo, as lines.
+/// The closing table of the demo, as lines of 60 characters at most.
 std::vector<std::string> DemoTable(const std::vector<DemoResult>& results);
 
 /// The same as JSON, one object for each transport.
