@@ -161,6 +161,60 @@ TEST(CostOfRules, TheFirstCallAfterTheFirstReportUsesTheOldDifference) {
     }
 }
 
+// The way out: D from the first synced frame itself, before its call.
+TEST(CostOfRules, SeedingTheDifferenceMakesTheFirstCallRight) {
+    constexpr TimePoint kCaptured_host{std::chrono::seconds(1'700'000'000)};
+    for (const Ticks offset : {-kHours, kHours}) {
+        const auto sinceUnix_s =
+            std::chrono::duration_cast<std::chrono::seconds>((kCaptured_host + offset).time_since_epoch());
+        const Ticks rest = (kCaptured_host + offset).time_since_epoch() - sinceUnix_s;  // half a second
+        TimeFilter filter;
+        const auto stream = filter.CreateNewTimeFilter();
+        stream->DoTimeFiltering(true);
+        stream->DoEstimation(true);
+        const auto report = std::make_shared<SyncPoint>();
+        report->SyncRTP = 9'000;
+        report->SyncNTPmsw = static_cast<std::uint32_t>(sinceUnix_s.count() + 2'208'988'800);
+        report->SyncNTPlsw = static_cast<std::uint32_t>((rest.count() << 32U) / Ticks::period::den);
+        stream->UpdateSyncInfo(report);
+
+        const auto frame = std::make_shared<TimingData>();
+        frame->RTP_ts = 9'000;
+        frame->RTPFreq = 90'000;
+        frame->TOR_host = kCaptured_host + 30ms;  // as the mean latency says
+        const TimePoint TOC_cam = stream->GetTOC_Cam(frame->RTP_ts, frame->RTPFreq, frame->TOR_host);
+        filter.SetD(std::chrono::duration_cast<std::chrono::milliseconds>(frame->TOR_host - TOC_cam - 30ms));
+        stream->UpdateTiming(frame, MediaPacket::kFrameI);
+        EXPECT_LE(std::abs(ToMilliseconds(stream->GetCurrentTOC_Host() - kCaptured_host)), 1.0);
+        EXPECT_EQ(stream->GetCurrentEstimationQuality(), MediaPacket::kTrustGood);
+    }
+}
+
+// The origin T0 of the stable time stamps is final; an instance begins at 0 and may step by 120 s at most.
+TEST(CostOfRules, AnInstanceMadeTwoMinutesAfterT0NeverGetsTimeStamps) {
+    struct Case {
+        std::chrono::seconds made;
+        bool works;
+    };
+    for (const Case& c : {Case{100s, true}, Case{130s, false}}) {
+        Receiver receiver(Camera(kSteady4));
+        receiver.RunUntil(c.made);
+        receiver.NewStream();
+        int shutdowns = 0;
+        receiver.Filter().AssignShutdownHandler([&] { ++shutdowns; });
+        const std::vector<Call> calls = receiver.RunUntil(c.made + 60s);
+        ASSERT_EQ(calls.size(), 1'500U);
+        if (c.works) {
+            EXPECT_EQ(shutdowns, 0);
+            EXPECT_NEAR(static_cast<double>(calls.back().stablePts) / 90'000.0, 160.0, 0.1);
+        } else {
+            // All but the first are rejected, which every call from the 1,000th rejection on tells.
+            EXPECT_EQ(shutdowns, 1'500 - 1 - 999);
+            EXPECT_EQ(calls.back().stablePts, 1'499);
+        }
+    }
+}
+
 // Two B frames between references: they are sent after the later reference, so their own, earlier times are
 // raised to its time. The median latency is that of the younger B frame: 40 + 2 ms (coding) + 4 ms (network).
 TEST(CostOfRules, BFramesLoseTheirOwnTimeToTheMonotonicClamp) {
