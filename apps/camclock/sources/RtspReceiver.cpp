@@ -7,6 +7,7 @@
 #include <gio/gio.h>
 #include <gst/rtsp/rtsp.h>
 #include <gst/sdp/sdp.h>
+#include <sys/socket.h>
 
 #include <fmt/format.h>
 
@@ -41,17 +42,43 @@ void Take(GstBuffer* buffer, TimePoint arrival, StreamFeed& stream) {
     gst_buffer_unmap(buffer, &map);
 }
 
+/// How long ago did this buffer arrive? A datagram carries the kernel's stamp of it as its DTS, in running
+/// time
+/// (`StampInKernel`); what came over TCP carries none, and arrives when it is read.
+Ticks AgeOf(GstBuffer* buffer, GstClockTime running) {
+    const GstClockTime stamp = GST_BUFFER_DTS(buffer);
+    // A stamp from before a step of the system clock tells nothing: no thread is kept waiting for a second.
+    if (!GST_CLOCK_TIME_IS_VALID(stamp) || stamp > running || running - stamp > GST_SECOND)
+        return Ticks(0);
+    return Ticks(static_cast<std::int64_t>((running - stamp) / 100));
+}
+
+/// The running time of the element that a pad belongs to; 0 while it has none.
+GstClockTime RunningTime(GstPad* pad) {
+    GstElement* const element = GST_PAD_PARENT(pad);
+    const GstOwner<GstClock> clock(element == nullptr ? nullptr : gst_element_get_clock(element));
+    if (!clock)
+        return 0;
+    const GstClockTime now = gst_clock_get_time(clock.get());
+    const GstClockTime base = gst_element_get_base_time(element);
+    return now > base ? now - base : 0;
+}
+
 /// Feeds each buffer on its way through a pad, with the time of its arrival.
 template <Feed feed>
-GstPadProbeReturn OnBuffer(GstPad* /*pad*/, GstPadProbeInfo* info, gpointer data) {
-    const TimePoint arrival = receiver::Now();  // before anything else
+GstPadProbeReturn OnBuffer(GstPad* pad, GstPadProbeInfo* info, gpointer data) {
+    const TimePoint now = receiver::Now();  // before anything else
+    const GstClockTime running = RunningTime(pad);
     StreamFeed& stream = **static_cast<std::shared_ptr<StreamFeed>*>(data);
     if ((GST_PAD_PROBE_INFO_TYPE(info) & GST_PAD_PROBE_TYPE_BUFFER_LIST) != 0) {
         GstBufferList* list = GST_PAD_PROBE_INFO_BUFFER_LIST(info);
-        for (guint i = 0; i < gst_buffer_list_length(list); ++i)
-            Take<feed>(gst_buffer_list_get(list, i), arrival, stream);
+        for (guint i = 0; i < gst_buffer_list_length(list); ++i) {
+            GstBuffer* buffer = gst_buffer_list_get(list, i);
+            Take<feed>(buffer, now - AgeOf(buffer, running), stream);
+        }
     } else {
-        Take<feed>(GST_PAD_PROBE_INFO_BUFFER(info), arrival, stream);
+        GstBuffer* buffer = GST_PAD_PROBE_INFO_BUFFER(info);
+        Take<feed>(buffer, now - AgeOf(buffer, running), stream);
     }
     return GST_PAD_PROBE_OK;
 }
@@ -81,6 +108,20 @@ bool IsUdpSource(GstElement* element) {
     GstElementFactory* factory = gst_element_get_factory(element);
     return factory != nullptr &&
            std::strcmp(gst_plugin_feature_get_name(GST_PLUGIN_FEATURE(factory)), "udpsrc") == 0;
+}
+
+/// Has the kernel stamp datagrams when they arrive, before any thread has been woken for them. rtspsrc has
+/// opened the socket already, when an element could still have asked for it itself.
+void StampInKernel(GstElement* udpSource) {
+#if defined(SO_TIMESTAMPNS)
+    GSocket* raw = nullptr;
+    g_object_get(udpSource, "used-socket", &raw, nullptr);
+    const GstOwner<GSocket> socket(raw);
+    if (socket && g_socket_set_option(socket.get(), SOL_SOCKET, SO_TIMESTAMPNS, 1, nullptr) != FALSE)
+        gst_util_set_object_arg(G_OBJECT(udpSource), "socket-timestamp", "realtime");
+#else
+    static_cast<void>(udpSource);
+#endif
 }
 
 /// What a message of the bus tells about an error.
@@ -272,8 +313,10 @@ struct RtspReceiver::Pipeline {
     }
 
     static void OnElementAdded(GstBin* /*source*/, GstElement* element, gpointer data) {
-        if (IsUdpSource(element))
-            ++static_cast<Pipeline*>(data)->udpSources;
+        if (!IsUdpSource(element))
+            return;
+        ++static_cast<Pipeline*>(data)->udpSources;
+        StampInKernel(element);
     }
 
     static void OnElementRemoved(GstBin* /*source*/, GstElement* element, gpointer data) {
