@@ -33,7 +33,7 @@ room(apps/camclock/commands
 room(apps/camclock MAY apps/camclock/commands LIBRARIES CLI fmt)  # main.cpp, and the vocabulary of failures
 
 # Headers that belong to the platform, and the few files that may see them.
-set(platform "^(sys/|unistd|windows|winsock2|ws2tcpip|arpa/|netinet/|netdb|fcntl|poll|pthread|signal|malloc|io)")
+set(platform "^(sys/|unistd|windows|winsock2|ws2tcpip|arpa/|netinet/|netdb|fcntl|poll|pthread|semaphore|signal|malloc|io)")
 
 set(complaints "")
 set(seen 0)
