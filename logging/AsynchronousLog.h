@@ -27,9 +27,9 @@ namespace camclock {
 ///     AsynchronousLog log(new OfStreamWrap(file));
 ///     log.Post([count](std::stringstream& out) { Print(out, "Packet #", count, "\n"); });
 ///
-/// The worker looks after its queue at the process's tick, every 10 ms; no poster wakes it. Destroying the
-/// log drops what is still queued: there is no last flush, so that the end of a session never waits for a
-/// slow disk.
+/// The worker looks after its queue at the process's tick, every 10 ms; no poster wakes it.
+/// Destroying the log drops what is still queued: there is no last flush, so that the end of a
+/// session never waits for a slow disk.
 class AsynchronousLog {
 public:
     /// A message in its general form; the worker gives it the stream to write into.

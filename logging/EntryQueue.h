@@ -7,9 +7,9 @@
 
 namespace camclock {
 
-/// A queue whose memory goes round: entries stand in blocks, a consumer takes all blocks at once and gives
-/// them back empty. A log at its steady rate thus allocates nothing, and a burst never moves what is queued
-/// already.
+/// A queue whose memory goes round: entries stand in blocks, a consumer takes all blocks at
+/// once and gives them back empty. A log at its steady rate thus allocates nothing, and a burst
+/// never moves what is queued already.
 ///
 /// Not locked; the owner guards it. `Entry` is default-constructible.
 template <class Entry>
@@ -59,8 +59,8 @@ public:
         return std::move(queued_);
     }
 
-    /// Takes blocks back, whose entries have been reset, as many as a busy moment needs; the rest stays in
-    /// `batch`.
+    /// Takes blocks back, whose entries have been reset, as many as a busy moment
+    /// needs; the rest stays in `batch`.
     void Recycle(Batch& batch) {
         while (batch.first && spareCount_ < kMostSpareBlocks) {
             std::unique_ptr<Block> block = std::move(batch.first);

@@ -33,8 +33,8 @@ public:
     /// Resolves `host`, then opens the socket unless one is open. False when either fails.
     bool CreateSocket(const std::string& host, std::uint16_t port);
 
-    /// Makes `host`, an address or a name, the destination. `port` is stored as it is, in the host's byte
-    /// order.
+    /// Makes `host`, an address or a name, the destination. `port` is stored as
+    /// it is, in the host's byte order.
     bool ResolveAddress(const std::string& host, std::uint16_t port);
 
     /// Sends one datagram to the destination. True when the system took it.

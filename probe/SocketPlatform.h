@@ -33,8 +33,8 @@ struct Transfer {
     int error = 0;
 };
 
-/// Starts the system's socket service for one user of it; each call is matched by one of `CleanUp`, even if
-/// it fails.
+/// Starts the system's socket service for one user of it; each call is matched by one
+/// of `CleanUp`, even if it fails.
 [[nodiscard]] bool StartUp();
 void CleanUp();
 
@@ -42,8 +42,8 @@ void CleanUp();
 /// for 255.255.255.255, which that call cannot tell from a failure.
 [[nodiscard]] bool ParseAddress(const std::string& text, std::array<std::uint8_t, 4>& ip);
 
-/// The first address of a host's name, and its family. May ask the network; safe from several threads at
-/// once.
+/// The first address of a host's name, and its family. May ask the network;
+/// safe from several threads at once.
 [[nodiscard]] bool LookUpHost(const std::string& name, Address& address);
 
 /// A new raw IPv4 socket for ICMP; `kNoSocket` when the system refuses it, as it does without administrative

@@ -52,8 +52,8 @@ public:
     /// when it cannot be sent, nothing comes in time, or what comes is not its reply: there is no second try.
     bool ProbeOnce(std::uint16_t sequence, std::uint32_t timeout_ms, ProbeResult& out);
 
-    /// Reads a datagram of `length` bytes, IPv4 header included, as the reply to the request with
-    /// `identifier`.
+    /// Reads a datagram of `length` bytes, IPv4 header included, as the reply
+    /// to the request with `identifier`.
     ///
     /// Deliberate: exactly 40 bytes are accepted, so that an IPv4 header with options is refused
     /// (TimestampReply.RefusesAHeaderWithOptions).

@@ -11,8 +11,8 @@
 namespace camclock {
 namespace {
 
-/// Is an age in ticks past a time-out? A time-out beyond the reach of ticks, some 29,000 years, is never
-/// past.
+/// Is an age in ticks past a time-out? A time-out beyond the reach of ticks,
+/// some 29,000 years, is never past.
 bool IsPast(std::int64_t age_ticks, std::chrono::milliseconds timeOut) {
     constexpr std::int64_t kLongest_ms = (std::numeric_limits<std::int64_t>::max)() / kTicksPerMillisecond;
     if (timeOut.count() > kLongest_ms)

@@ -22,8 +22,8 @@ constexpr int kRequestsPerProbing = 5;
 constexpr int kRequestTimeOut_ms = 300;
 constexpr std::uint32_t kFailuresBeforeTheLast = 10;
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
-constexpr std::chrono::milliseconds kPause{
-    10};  // behind a probing, so that failures do not flood the network
+/// Behind a probing, so that failures do not flood the network.
+constexpr std::chrono::milliseconds kPause{10};
 
 /// `now_ns` plus an interval; what lies beyond 64 bits, 292 years, is their end: never.
 std::int64_t After(std::int64_t now_ns, std::int64_t interval_s) {

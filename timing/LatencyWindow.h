@@ -9,9 +9,9 @@ namespace camclock {
 
 /// The latest latencies of one stream, 51 at most, and their median.
 ///
-/// The median is the one output of `MedianFilter` that the estimator needs: that at index n / 2 for n samples
-/// and a mask of n. An odd n gives the median of all samples; an even one shortens the mask, which leaves the
-/// oldest out.
+/// The median is the one output of `MedianFilter` that the estimator needs: that at index n / 2 for
+/// n samples and a mask of n. An odd n gives the median of all samples; an even one shortens the
+/// mask, which leaves the oldest out.
 class LatencyWindow {
 public:
     static constexpr std::size_t kCapacity = 51;

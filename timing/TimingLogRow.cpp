@@ -13,8 +13,8 @@ std::int64_t MillisecondsSince1970(TimePoint time) {
     return time.time_since_epoch().count() / kTicksPerMillisecond;
 }
 
-/// Writes one row of the timing log, in the order of kTimingLogHeader: every field, the last too, is followed
-/// by ", ".
+/// Writes one row of the timing log, in the order of kTimingLogHeader: every field,
+/// the last too, is followed by ", ".
 template <class... Fields>
 void PrintRow(std::ostream& out, const Fields&... fields) {
     TextBuilder row;

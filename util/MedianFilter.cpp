@@ -53,8 +53,8 @@ int MedianFilter(const double* source, double* destination, int length, int mask
     if (mask == 1 || length < 3)
         return status;
 
-    // Outputs are written over the inputs, so the values that the window still has to give back are kept
-    // aside.
+    // Outputs are written over the inputs, so the values that the window still
+    // has to give back are kept aside.
     double stack[2 * kStackValues];
     std::unique_ptr<double[]> heap;
     double* memory = stack;

@@ -13,9 +13,9 @@ enum MedianStatus : int {
     kMedianNoMemory = -9,   ///< no working memory; the destination holds a copy of the source
 };
 
-/// Sliding median: `destination[i]` is the middle one of the `maskSize` sorted values around `source[i]`.
-/// Positions before the first element count as the first, those past the last as the last. The arrays may be
-/// the same one.
+/// Sliding median: `destination[i]` is the middle one of the `maskSize` sorted values around
+/// `source[i]`. Positions before the first element count as the first, those past the last as the last.
+/// The arrays may be the same one.
 ///
 /// Time: length × (log length + moves within a sorted window of at most length values), whatever the mask
 /// size. Not-a-numbers sort behind all other values. Throws nothing.

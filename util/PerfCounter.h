@@ -8,8 +8,8 @@ namespace camclock {
 
 /// The one reading of the system's high-resolution counter. Tests put a counter of their own in its place.
 ///
-/// Every operation may be called from any thread; `Replace` and `Restore` do not overlap a `Read` that
-/// matters.
+/// Every operation may be called from any thread; `Replace` and `Restore` do
+/// not overlap a `Read` that matters.
 class PerfCounter {
 public:
     using Source = std::int64_t (*)();

@@ -4,9 +4,9 @@
 
 namespace camclock {
 
-/// The sorted values of a sliding window, over memory that the caller provides: the one median logic of the
-/// library, used by `MedianFilter` and by the latency estimator, which needs a single output of that filter
-/// per packet.
+/// The sorted values of a sliding window, over memory that the caller provides: the one median
+/// logic of the library, used by `MedianFilter` and by the latency estimator, which needs a single
+/// output of that filter per packet.
 ///
 /// Inserting, removing and replacing a value costs a binary search and the move of the values between.
 class SortedWindow {
@@ -68,8 +68,8 @@ public:
         values_[k] = newValue;
     }
 
-    /// The k-th smallest value (from 0) of the window with one value equal to `value`, which is in it, left
-    /// out.
+    /// The k-th smallest value (from 0) of the window with one value equal to
+    /// `value`, which is in it, left out.
     double SelectWithout(double value, std::size_t k) const {
         return CountBelow(value) <= k ? values_[k + 1] : values_[k];
     }

@@ -31,8 +31,8 @@ namespace camclock {
 ///     const bool isKeyFrame = parser.GetFrameType(valid) == camclock::MediaPacket::kFrameI && valid;
 class CAMCLOCK_API MP4VESParser : public BinaryStreamParser {
 public:
-    // The headers, with the standard's names. A one-bit field that was read past the end of the data holds 32
-    // ones.
+    // The headers, with the standard's names. A one-bit field that was read past
+    // the end of the data holds 32 ones.
 
     /// Visual object sequence header (6.2.2).
     struct VisualObjectSequence {

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-/// Small enumerations shared by the timing classes, the stream header parsers and the application's packet
-/// record.
+/// Small enumerations shared by the timing classes, the stream header parsers and
+/// the application's packet record.
 namespace camclock::MediaPacket {
 
 /// How far the host's time of capture of a packet can be trusted.

@@ -58,8 +58,8 @@ struct SPSset {
     std::uint32_t vui_parameters_present_flag = 0;  ///< the VUI itself is not read
 };
 
-/// A picture parameter set, as far as it is read (ITU-T H.264, 7.3.2.2); see `SPSset` for what holds for all
-/// fields.
+/// A picture parameter set, as far as it is read (ITU-T H.264, 7.3.2.2); see
+/// `SPSset` for what holds for all fields.
 struct PPSset {
     bool valid = false;  ///< everything was read before the data ran out
     std::uint32_t pic_parameter_set_id = 0;
@@ -96,9 +96,9 @@ struct PPSset {
 /// Where it leaves the standard it does so on purpose: docs/departures.md lists every place. Emulation
 /// prevention bytes (ITU-T H.264, 7.4.1.1) are not taken out.
 ///
-/// Owned by the application, one per stream; copies are independent of each other. One thread at a time per
-/// object. Nothing is thrown but `std::bad_alloc`. Any bytes may be handed in; time and memory grow linearly
-/// with them.
+/// Owned by the application, one per stream; copies are independent of each other. One thread at a
+/// time per object. Nothing is thrown but `std::bad_alloc`. Any bytes may be handed in; time and
+/// memory grow linearly with them.
 ///
 ///     camclock::ParameterSetParser parser;
 ///     std::string sprops = "Z0IAHpWoKA9k,aM48gA==";
@@ -113,10 +113,10 @@ public:
     ParameterSetParser& operator=(const ParameterSetParser& other);
     ~ParameterSetParser() override;
 
-    /// Takes the first two entries of `sprops` apart: base64 NAL units, separated by commas, in any order. A
-    /// sequence parameter set replaces the present one, a picture parameter set likewise; any other entry is
-    /// passed over. With fewer than two entries, what is there is parsed. Of an entry at most 2046 bytes are
-    /// decoded.
+    /// Takes the first two entries of `sprops` apart: base64 NAL units, separated by commas, in any
+    /// order. A sequence parameter set replaces the present one, a picture parameter set likewise;
+    /// any other entry is passed over. With fewer than two entries, what is there is parsed. Of an
+    /// entry at most 2046 bytes are decoded.
     ///
     /// `sprops` is changed: the comma behind each of the two entries is overwritten with a zero byte. A zero
     /// byte in it ends the text. Commas in front of an entry are passed over.

@@ -23,9 +23,9 @@ class TimeFilterInstance;
 ///
 /// Owned by the application, also as a static object; it must outlive every instance that it handed out.
 ///
-/// Threads: the getters, `SetD`, `CheckPollDifference` and `SetStablePtst0` may be called from any thread at
-/// any time. The log prefix, the two handlers, `EnableTimeLogging` and `UseICMP` are meant to be set before
-/// streams run.
+/// Threads: the getters, `SetD`, `CheckPollDifference` and `SetStablePtst0` may be called from any
+/// thread at any time. The log prefix, the two handlers, `EnableTimeLogging` and `UseICMP` are
+/// meant to be set before streams run.
 ///
 ///     camclock::TimeFilter camera("Gate 3: ");
 ///     camera.SetPacketTimeOut(std::chrono::seconds(5));
@@ -55,8 +55,8 @@ public:
     /// Clock difference: what is added to a time of the camera's clock to get the host's.
     std::chrono::milliseconds GetD() const;
 
-    /// Uncertainty of `D`: half the round trip of the measurement it comes from; 0 until `D` has been
-    /// measured.
+    /// Uncertainty of `D`: half the round trip of the measurement it comes
+    /// from; 0 until `D` has been measured.
     std::chrono::microseconds GetD_uncert() const;
 
     /// Sets the clock difference, milliseconds, positive when the camera's clock is behind the host's: from
@@ -108,9 +108,9 @@ public:
     /// other. It must not destroy an instance of this camera: one of them may be the caller.
     void AssignShutdownHandler(std::function<void()> handler);
 
-    /// Asks the application to end this camera's session: calls the handler and does nothing else. Called by
-    /// an instance after 1,000 stable time stamps in a row that could not be kept, and again with every
-    /// further one.
+    /// Asks the application to end this camera's session: calls the handler and does nothing
+    /// else. Called by an instance after 1,000 stable time stamps in a row that could not be
+    /// kept, and again with every further one.
     ///
     /// The camera goes on as before until the application acts. Its origin T0, which is final, is what the
     /// time stamps do not go with any more: make a new `TimeFilter` and new instances for the new session.
@@ -130,14 +130,14 @@ public:
     /// The timing log; only while `IsTimeLogging()`.
     AsynchronousLog& TimeLog();
 
-    /// Starts measuring `D` with ICMP timestamps (RFC 792): a thread asks `url`, which is the camera's
-    /// address or host name and no URL of a stream, every `pollInterval`, from the first
-    /// `CheckPollDifference` on. A result with an uncertainty under 30 ms becomes `D` and `D_uncert`; any
-    /// other lets `D` fall back to the expected difference and is followed by the next try 10 ms later.
-    /// Eleven such failures in a row end the thread; ten, when `CheckPollDifference` was called before
-    /// without a probe. The count goes on from one `UseICMP` to the next: behind a thread that has given up
-    /// it is past the mark, and the next thread tries until a result is accepted or `CloseTimeProbing` is
-    /// called.
+    /// Starts measuring `D` with ICMP timestamps (RFC 792): a thread asks `url`, which is the
+    /// camera's address or host name and no URL of a stream, every `pollInterval`, from the first
+    /// `CheckPollDifference` on. A result with an uncertainty under 30 ms becomes `D` and `D_uncert`;
+    /// any other lets `D` fall back to the expected difference and is followed by the next try 10 ms
+    /// later. Eleven such failures in a row end the thread; ten, when `CheckPollDifference` was
+    /// called before without a probe. The count goes on from one `UseICMP` to the next: behind a
+    /// thread that has given up it is past the mark, and the next thread tries until a result is
+    /// accepted or `CloseTimeProbing` is called.
     ///
     /// An interval of 0 or less measures every 10 ms, one beyond the reach of the clock (292 years) once.
     ///
@@ -149,10 +149,10 @@ public:
     /// thread can be started; the object is then still in probing use, without measurements.
     void UseICMP(std::string url, std::chrono::seconds pollInterval, std::string logPath, bool createLog);
 
-    /// Stops measuring `D` and joins the probing thread, which takes 1.5 s and 10 ms at most unless a look-up
-    /// of the host's name takes longer, however many other cameras are being probed; does nothing but log
-    /// when there is none. `D` and its lock stay. Throws `std::system_error` when the probing thread itself
-    /// calls it.
+    /// Stops measuring `D` and joins the probing thread, which takes 1.5 s and 10 ms at most unless a
+    /// look-up of the host's name takes longer, however many other cameras are being probed; does
+    /// nothing but log when there is none. `D` and its lock stay. Throws `std::system_error` when the
+    /// probing thread itself calls it.
     void CloseTimeProbing();
 
 private:

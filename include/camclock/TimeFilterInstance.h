@@ -19,12 +19,11 @@ class LatencyWindow;
 class TimeFilter;
 
 /// When was this frame captured? One object per stream: it maps RTP time stamps to the camera's time of
-/// capture
-/// (`TOC_cam`) and the host's (`TOC_host`), says whether the estimate can be trusted, issues stable
+/// capture (`TOC_cam`) and the host's (`TOC_host`), says whether the estimate can be trusted, issues stable
 /// presentation time stamps and notices a stream that falls silent.
 ///
-/// Made by `TimeFilter::CreateNewTimeFilter` and held by the application, which destroys it before the
-/// `TimeFilter`.
+/// Made by `TimeFilter::CreateNewTimeFilter` and held by the application, which
+/// destroys it before the `TimeFilter`.
 ///
 /// Threads: one receiving thread drives an instance; it takes no lock. Different instances, also of one
 /// camera, may run on different threads.
@@ -41,8 +40,8 @@ public:
     TimeFilterInstance(const TimeFilterInstance&) = delete;
     TimeFilterInstance& operator=(const TimeFilterInstance&) = delete;
 
-    /// Estimate the clock difference from the latency of the packets; off at first. Needs time filtering,
-    /// too.
+    /// Estimate the clock difference from the latency of the packets; off at
+    /// first. Needs time filtering, too.
     void DoEstimation(bool on);
 
     /// Map the camera's time of capture to the host's clock; off at first, and `TOC_host` is then `TOC_cam`.
@@ -88,9 +87,8 @@ public:
     bool PacketArrivalIsOk();
 
     /// True when the stable time stamps rest on what the camera requires: always where it does not require
-    /// RTCP
-    /// (`TimeFilter::RequireRTCP`), else from the first sender report on. It says nothing of the stamps
-    /// themselves: those that could not be kept end the session through the shutdown handler.
+    /// RTCP (`TimeFilter::RequireRTCP`), else from the first sender report on. It says nothing of the
+    /// stamps themselves: those that could not be kept end the session through the shutdown handler.
     bool StablePtsIsOk();
 
     /// The time of `sync` moved by the distance of `RTP_ts` from it, camera's clock. The nearer way round the
@@ -104,8 +102,8 @@ public:
     /// A time of the camera's clock on the host's: plus the camera's `D` and sync shift as they are now.
     TimePoint GetTOC_Host(TimePoint TOC_cam);
 
-    /// Writes a description of the last packet, several lines, to the instance's log; nothing before the
-    /// first.
+    /// Writes a description of the last packet, several lines, to the
+    /// instance's log; nothing before the first.
     void TraceCurrentPacket();
 
 private:

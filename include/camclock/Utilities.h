@@ -11,9 +11,9 @@ namespace camclock {
 /// What time is it on the host? The one clock of the process that every part of the library reads; beside it,
 /// two helpers that take a stream's URL apart.
 ///
-/// The clock advances with the system's high-resolution counter, so a step of the system clock does not move
-/// it. Until the application anchors it, it counts from a base that means nothing: call `AnchorToSystemClock`
-/// first.
+/// The clock advances with the system's high-resolution counter, so a step of the system clock
+/// does not move it. Until the application anchors it, it counts from a base that means nothing:
+/// call `AnchorToSystemClock` first.
 ///
 /// Owned by the library, one for the process. Every operation may be called from any thread, until the
 /// process ends: the destructors of static objects may read it too.
@@ -38,8 +38,8 @@ public:
     /// Anchors the clock to the system clock's present time.
     void AnchorToSystemClock();
 
-    /// The high-resolution counter that `GetTime` reads: monotonic, in counts of 1 / `GetCounterFrequency()`
-    /// s.
+    /// The high-resolution counter that `GetTime` reads: monotonic, in counts
+    /// of 1 / `GetCounterFrequency()` s.
     static std::int64_t GetCounter();
 
     /// Counts per second of `GetCounter`; constant while the process runs.

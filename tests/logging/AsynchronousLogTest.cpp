@@ -5,6 +5,7 @@
 #include "support/Fork.h"
 #include "support/LogFences.h"
 #include "support/Stamp.h"
+#include "support/Ticks.h"
 
 #include <log4cpp/threading/Threading.hh>
 
@@ -289,6 +290,7 @@ TEST(AsynchronousLog, TakesABatchAtTheTickBehindThePost) {
     AsynchronousLog log(new CapturingSink(lines));
     auto shortest = std::chrono::steady_clock::duration::max();
     for (std::size_t i = 1; i <= 20; ++i) {
+        ASSERT_TRUE(LetTicksPass(1));  // the worker sleeps again
         const auto posted = std::chrono::steady_clock::now();
         log.Post(Say("text"));
         ASSERT_TRUE(lines.WaitFor(i));

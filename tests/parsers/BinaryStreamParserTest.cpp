@@ -309,8 +309,8 @@ TEST(BinaryStreamParser, NullCountsAsNoData) {
     }
 }
 
-// The length in bits has 32 bits itself; only the sizes matter here, the bytes behind the first are never
-// touched.
+// The length in bits has 32 bits itself; only the sizes matter here, the bytes
+// behind the first are never touched.
 TEST(BinaryStreamParser, LengthInBitsWrapsAt512MiB) {
     unsigned char bytes[] = {0xA5};
     Reader reader;

@@ -32,7 +32,6 @@ Bytes FromHex(std::string_view hex) {
 }
 
 // ---- H.264
-// -------------------------------------------------------------------------------------------------------
 
 struct H264Case {
     const char* name;
@@ -195,7 +194,6 @@ std::string NameOf(const ::testing::TestParamInfo<H264Case>& info) {
 INSTANTIATE_TEST_SUITE_P(X264, EncoderH264, ::testing::ValuesIn(kH264), NameOf);
 
 // ---- MPEG-4 Visual
-// -------------------------------------------------------------------------------------------------
 
 struct Mpeg4Case {
     const char* name;

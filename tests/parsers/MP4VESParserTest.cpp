@@ -275,15 +275,15 @@ TEST(MP4VESParser, TimeIncrementHasTheBitsOfTheResolution) {
     EXPECT_EQ(Access::NecessaryBits(0xFFFFFFFF), 32);
 }
 
-// 16 ticks per second: the standard writes 4 bits, 5 are read, and the marker is taken for a bit of the
-// increment.
+// 16 ticks per second: the standard writes 4 bits, 5 are read, and the marker is
+// taken for a bit of the increment.
 TEST(MP4VESParser, StandardStreamOfAPowerOfTwoResolutionIsShifted) {
     Layer layer;
     layer.resolution = 16;
     MP4VESParser parser = Configured(layer);
     bool valid = true;
-    // marker, increment 0011, marker, vop_coded 1, vop_rounding_type 0: read as increment 00111, marker 1,
-    // coded 0.
+    // marker, increment 0011, marker, vop_coded 1, vop_rounding_type 0: read as
+    // increment 00111, marker 1, coded 0.
     EXPECT_EQ(FrameType(parser, FrameBytes(Vop(1, 4)), valid), MediaPacket::kFrameUnknown);
     EXPECT_FALSE(valid);
     EXPECT_EQ(parser.GetVideoObjectPlane().vop_time_increment, 7U);
@@ -411,9 +411,9 @@ TEST(MP4VESParser, LayerWithoutIdentifierHasVerid0) {
     ExpectSize(parser, 320, 240);
 }
 
-// The standard infers verid 1 for such a layer, which has fewer bits then. Read as here, the missing ones are
-// taken from the stuffing and what follows it; where the data ends, the header counts as cut short and there
-// is no size.
+// The standard infers verid 1 for such a layer, which has fewer bits then. Read as here, the
+// missing ones are taken from the stuffing and what follows it; where the data ends, the header
+// counts as cut short and there is no size.
 TEST(MP4VESParser, SimpleProfileLayerWithoutIdentifierMayHaveNoSize) {
     BitWriter w = Preamble();
     w.U(32, 0x120).Flag(false).U(8, 1).Flag(false).U(4, 1).Flag(false).U(2, 0).Flag(true).U(16, 1000).Flag(

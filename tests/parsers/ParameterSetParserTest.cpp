@@ -519,8 +519,8 @@ TEST(ParameterSetParser, HugeSliceGroupCountsEndWithTheData) {
         EXPECT_EQ(corners.bottom_right[0], 5U);
         EXPECT_EQ(corners.top_left[1], 6U);
     }
-    // 2^32 - 1: the count of run lengths does not wrap to 0. The code needs 33 bits of prefix, whose last is
-    // free.
+    // 2^32 - 1: the count of run lengths does not wrap to 0. The code needs 33
+    // bits of prefix, whose last is free.
     BitWriter w;
     w.U(8, 0x68).Ue(0).Ue(0).Flag(true).Flag(false).U(32, 0).U(1, 1).U(32, 0xFFFFFFFF).Ue(0).Ue(4).Ue(5);
     const PPSset most = ParsePps(w.Bytes());

@@ -22,8 +22,8 @@ TEST(IcmpTimestamp, ChecksumFoldsTwice) {
     const icmp::TimestampRequest message{0xFF, 0xFF, 0, 0, 0xFF, 0xFF, 0, 0, 0, 0,
                                          0,    0,    0, 0, 0,    0,    0, 0, 0, 0};
     EXPECT_EQ(icmp::Checksum(message), 0x0000);
-    // These words add up to 0x2'FFFE: the first fold gives 0x1'0000, the second 0x1'0001, of which 16 bits
-    // count.
+    // These words add up to 0x2'FFFE: the first fold gives 0x1'0000, the second
+    // 0x1'0001, of which 16 bits count.
     const icmp::TimestampRequest carries{0xFF, 0xFF, 0, 0, 0xFF, 0xFF, 0x01, 0, 0xFF, 0xFF,
                                          0,    0,    0, 0, 0,    0,    0,    0, 0,    0};
     EXPECT_EQ(icmp::Checksum(carries), 0xFFFE);

@@ -1,5 +1,5 @@
-// The probe over real sockets: two network namespaces, with the kernel of the second or a scripted camera
-// there.
+// The probe over real sockets: two network namespaces, with the kernel of the
+// second or a scripted camera there.
 #include "probe/TimeProbe.h"
 
 #include "MessageRecorder.h"
@@ -75,7 +75,6 @@ void ExpectResult(const ProbeResult& result, double difference, double uncertain
 }
 
 // ---- the kernel of the other namespace as a camera
-// --------------------------------------------------------------------
 
 class PlainKernel : public Network {
 protected:
@@ -202,7 +201,6 @@ TEST_F(PlainKernel, BehindMoreThanAThousandDescriptorsIsStillWaitedFor) {
 }
 
 // ---- a scripted camera
-// --------------------------------------------------------------------------------------------------
 
 class Scripted : public Network {
 protected:
@@ -427,7 +425,6 @@ TEST_F(Scripted, TheProbingThreadGivesUpOnAHostileCamera) {
 }
 
 // ---- one socket
-// ---------------------------------------------------------------------------------------------------------
 
 class OneSocket : public Scripted {
 protected:

@@ -37,7 +37,6 @@ std::uint16_t Word(const Bytes& bytes, std::size_t offset) {
 }
 
 // ---- clock helpers
-// --------------------------------------------------------------------------------------------------
 
 TEST(ProbeClock, MidnightIsTheLastOneInUtc) {
     const ManualCounter counter(kMidnight + 86'399'999ms);
@@ -92,7 +91,6 @@ TEST(ProbeClock, TwoLinesWithoutPrefixTellTheReadings) {
 }
 
 // ---- one reply
-// ------------------------------------------------------------------------------------------------------
 
 class TimestampReply : public testing::Test {
 protected:
@@ -251,7 +249,6 @@ TEST_F(TimestampReply, DoesNotLookAtSequenceCodeChecksumOrHeaderLength) {
 }
 
 // ---- selection
-// ------------------------------------------------------------------------------------------------------
 
 void ExpectResult(const ProbeResult& result, double difference, double uncertainty) {
     EXPECT_EQ(result.difference, difference);
@@ -291,7 +288,6 @@ TEST(ShortestRoundTrip, ATimeOutOfAnySignServes) {
 }
 
 // ---- whole days
-// -----------------------------------------------------------------------------------------------------
 
 class WholeDays : public testing::Test {
 protected:
@@ -365,7 +361,6 @@ TEST_F(WholeDays, EveryNumberHasAResult) {
 }
 
 // ---- a whole probing
-// ------------------------------------------------------------------------------------------------
 
 class TimeProbeRun : public testing::Test {
 protected:

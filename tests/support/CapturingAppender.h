@@ -24,8 +24,8 @@ struct CapturedEvent {
 /// Keeps the events of one log4cpp category while it lives: the category takes INFO (or the given priority),
 /// passes nothing on to its parents, and is put back as it was at the end.
 ///
-/// Make it before the objects that log: log4cpp's categories do not like their priority to change while they
-/// are used.
+/// Make it before the objects that log: log4cpp's categories do not like their
+/// priority to change while they are used.
 class CapturingAppender {
 public:
     explicit CapturingAppender(log4cpp::Category& category,

@@ -7,8 +7,8 @@
 
 namespace camclock::testing {
 
-// A sequence parameter set as the standard writes it (ITU-T H.264, 7.3.2.1.1), header byte included, VUI left
-// out.
+// A sequence parameter set as the standard writes it (ITU-T H.264, 7.3.2.1.1),
+// header byte included, VUI left out.
 struct SpsFields {
     std::uint32_t profile_idc = 66;
     std::uint32_t constraintFlags = 0;  // six bits, set0 first
@@ -107,8 +107,8 @@ inline SpsFields FullHdSps() {
     return sps;
 }
 
-// A picture parameter set as the standard writes it (7.3.2.2), header byte included, without the High
-// extension.
+// A picture parameter set as the standard writes it (7.3.2.2), header byte
+// included, without the High extension.
 struct PpsFields {
     std::uint32_t pic_parameter_set_id = 0;
     std::uint32_t seq_parameter_set_id = 0;

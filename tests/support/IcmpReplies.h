@@ -54,8 +54,8 @@ inline Bytes Datagram(const Ip& from, const Ip& to, std::uint8_t protocol, const
     return bytes;
 }
 
-/// The ICMP message alone: the request's identifier, sequence number and originate time come back as they
-/// were.
+/// The ICMP message alone: the request's identifier, sequence number and
+/// originate time come back as they were.
 inline Bytes ReplyMessage(const Bytes& request, std::uint32_t transmit_ms) {
     Bytes message = request;
     message.at(0) = 14;

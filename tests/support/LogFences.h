@@ -12,8 +12,8 @@
 
 namespace camclock::test {
 
-/// Waits until everything that was posted to `log` so far has been written; false when the deadline passes
-/// first.
+/// Waits until everything that was posted to `log` so far has been written; false
+/// when the deadline passes first.
 inline bool WaitUntilWritten(AsynchronousLog& log) {
     const auto written = std::make_shared<std::promise<void>>();
     log.Post([written](std::stringstream& out) {

@@ -10,9 +10,9 @@
 
 namespace camclock::test {
 
-/// Puts the host's counter under the test's control: while one of these lives, `Utilities::GetTime` moves
-/// only when the test says so. One at a time; it counts in 100 ns and restores the system's counter at its
-/// end.
+/// Puts the host's counter under the test's control: while one of these lives,
+/// `Utilities::GetTime` moves only when the test says so. One at a time; it counts in 100 ns and
+/// restores the system's counter at its end.
 class ManualCounter {
 public:
     /// Starts the host's clock at `start`.

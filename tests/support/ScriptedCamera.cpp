@@ -71,8 +71,8 @@ void ScriptedCamera::_Run() {
         socklen_t length = sizeof from;
         const ssize_t count =
             recvfrom(socket_, frame.data(), frame.size(), 0, reinterpret_cast<sockaddr*>(&from), &length);
-        // An IPv4 datagram with a header of 20 bytes that carries a Timestamp message, and not one of our
-        // own.
+        // An IPv4 datagram with a header of 20 bytes that carries a Timestamp
+        // message, and not one of our own.
         if (count < static_cast<ssize_t>(kLinkHeader + 28) || from.sll_pkttype == PACKET_OUTGOING ||
             frame[kLinkHeader] != 0x45 || frame[kLinkHeader + 9] != kIcmp || frame[kLinkHeader + 20] != 13)
             continue;

@@ -6,8 +6,8 @@
 
 namespace camclock::test {
 
-/// The process's local time zone while one of these lives: "UTC0", "AAA-1" (one hour east), "AAA5" (five
-/// west).
+/// The process's local time zone while one of these lives: "UTC0", "AAA-1" (one
+/// hour east), "AAA5" (five west).
 class TimeZone {
 public:
     explicit TimeZone(const char* zone) {

@@ -26,8 +26,8 @@ template <class Condition>
     return true;
 }
 
-/// A list that one thread fills while another waits for what it needs. Every operation may be called from any
-/// thread.
+/// A list that one thread fills while another waits for what it needs. Every
+/// operation may be called from any thread.
 template <class Item>
 class WaitableList {
 public:

@@ -115,8 +115,8 @@ TEST_F(TimeFilterInstanceTest, HostileRecordsHaveDefinedResults) {
     }
 }
 
-// Two streams of one camera run on two threads while the application changes the settings and reads the
-// results.
+// Two streams of one camera run on two threads while the application changes the
+// settings and reads the results.
 TEST_F(TimeFilterInstanceTest, StreamsOfOneCameraMayRunOnTheirOwnThreads) {
     streamLog_.SetPriority(log4cpp::Priority::NOTICE);
     std::vector<std::thread> threads;

@@ -19,8 +19,8 @@ class TimingLogRow : public StreamFixture {
 protected:
     TimingLogRow() { camera_.EnableTimeLogging(directory_.Name()); }
 
-    /// The whole file behind its stamp and its two header lines, once everything posted so far has been
-    /// written.
+    /// The whole file behind its stamp and its two header lines, once everything
+    /// posted so far has been written.
     std::string Rows() {
         EXPECT_TRUE(WaitUntilWritten(camera_.TimeLog()));
         camera_.EnableTimeLogging(directory_.Name());  // closes the first file
@@ -55,8 +55,8 @@ TEST_F(TimingLogRow, HasTwentyFieldsInTheOrderOfTheHeader) {
     packet->RTP_ts = 4'000'180'001;
     packet->TOR_host = kStart + milliseconds(3'333);
     stream_->UpdateTiming(packet, MediaPacket::kFrameSprite);
-    // Captured at kStart + 1 s (report) + 249,999 us (fraction, by the rounded factor) + 1 s; latency 41,000
-    // us.
+    // Captured at kStart + 1 s (report) + 249,999 us (fraction, by the rounded
+    // factor) + 1 s; latency 41,000 us.
     EXPECT_EQ(
         Rows(),
         "stream 7, 4294967295, 4000090001, 90000, 65535, 1700000002, 123456, 77, 654321, 1700000002290, "
