@@ -81,8 +81,10 @@ bool RawSocket::Write(const void* data, std::size_t length) {
     }
     Log("Sending packet...");
     const sockets::Transfer sent = sockets::SendTo(socket_, data, length, address_);
-    if (sent.count < 0)
+    if (sent.count < 0) {
+        sendError_ = sent.error;
         Log("Error sending Packet : ", sent.error);
+    }
     Log("Packet sent.");  // Deliberate: also when it was not
                           // (RawSocketSteps.AFailedSendIsFollowedByPacketSent).
     return sent.count >= 0;

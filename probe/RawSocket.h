@@ -53,6 +53,9 @@ public:
     /// (RawSocketSteps.TheSenderReplacesTheDestination).
     std::int32_t Read(void* buffer, std::size_t size);
 
+    /// The system's number for the error of the last `Write` that failed; 0 before one has.
+    int SendError() const { return sendError_; }
+
     /// Closes the socket, if one is open.
     ///
     /// Deliberate: a socket that cannot be closed stays the object's own
@@ -62,6 +65,7 @@ public:
 private:
     sockets::Handle socket_ = sockets::kNoSocket;
     sockets::Address address_;
+    int sendError_ = 0;
 };
 
 }  // namespace camclock

@@ -113,25 +113,18 @@ bool TimeProbe::ProbeOnce(std::uint16_t sequence, std::uint32_t timeout_ms, Prob
 bool TimeProbe::ParseTimestampReply(const void* buffer, std::uint32_t length, std::uint32_t identifier,
                                     ProbeResult& out) {
     const std::int64_t returned_ms = MillisecondsAfterMidnightUtc();  // before anything else takes time
-    if (length != icmp::kReplySize) {
-        _Log("Wrong size packet read: ", length);
-        return false;
-    }
+    if (length != icmp::kReplySize)
+        return _Refuse("Wrong size packet read: ", length);
     const icmp::TimestampReply reply = icmp::ReadReply(buffer);
     if (reply.protocol != icmp::kProtocol) {
         // Deliberate: a character, not a number
         // (TimestampReply.RefusesAnotherProtocolAndNamesItAsACharacter).
-        _Log("Got packet for wrong protocol: ", static_cast<char>(reply.protocol));
-        return false;
+        return _Refuse("Got packet for wrong protocol: ", static_cast<char>(reply.protocol));
     }
-    if (reply.type != icmp::kTimestampReply) {
-        _Log("Error, got packet with type: ", reply.type, " expected: ", "14");
-        return false;
-    }
-    if (reply.identifier != identifier) {
-        _Log("Error, got packet with id: ", reply.identifier, " expected: ", identifier);
-        return false;
-    }
+    if (reply.type != icmp::kTimestampReply)
+        return _Refuse("Error, got packet with type: ", reply.type, " expected: ", "14");
+    if (reply.identifier != identifier)
+        return _Refuse("Error, got packet with id: ", reply.identifier, " expected: ", identifier);
     const double half_ms = static_cast<double>(WrappingSubtract(returned_ms, reply.originate_ms)) * 0.5;
     const double middle_ms = reply.originate_ms + half_ms;
     const double difference_ms = middle_ms - reply.transmit_ms;
@@ -193,6 +186,14 @@ template <class... Parts>
 void TimeProbe::_Log(const Parts&... parts) const {
     if (_InfoEnabled())
         WriteInfo(categories::TimeProbe(), Text(logPrefix_, parts...));
+}
+
+/// A datagram that is no reply: says so in the log, and keeps it. Always false.
+template <class... Parts>
+bool TimeProbe::_Refuse(const Parts&... parts) {
+    badReply_ = Text(parts...);
+    _Log(badReply_);
+    return false;
 }
 
 ProbeResult SelectShortestRoundTrip(const std::vector<ProbeResult>& results, int timeout_ms) {

@@ -48,6 +48,10 @@ public:
     std::optional<ProbeResult> ProbeWhile(const std::atomic<bool>& wanted, const std::string& host, int count,
                                           int timeout_ms, std::int64_t expectedDifference_ms);
 
+    /// What came in place of a reply, the last time that something did; empty when nothing has. As in the
+    /// log, for whoever asks why there is no result.
+    const std::string& BadReply() const { return badReply_; }
+
     /// One request and the one datagram that comes next, over the open socket. False, with `out` untouched,
     /// when it cannot be sent, nothing comes in time, or what comes is not its reply: there is no second try.
     bool ProbeOnce(std::uint16_t sequence, std::uint32_t timeout_ms, ProbeResult& out);
@@ -75,10 +79,13 @@ private:
                           std::int64_t expectedDifference_ms);
     static bool _InfoEnabled();
     template <class... Parts>
+    bool _Refuse(const Parts&... parts);
+    template <class... Parts>
     void _Log(const Parts&... parts) const;
 
     std::uint32_t sequence_ = 0;  // counts every request of this object's life
     std::string logPrefix_;
+    std::string badReply_;
     ProcessWide<ProbeTurn> turn_;
 };
 

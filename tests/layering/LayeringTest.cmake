@@ -25,7 +25,7 @@ room(sim)
 room(bindings)
 
 # ---- the program
-room(apps/camclock/sources MAY receiver logging probe apps/camclock LIBRARIES gio gst fmt log4cpp)
+room(apps/camclock/sources MAY receiver probe apps/camclock LIBRARIES gio gst fmt)
 room(apps/camclock/views MAY receiver apps/camclock apps/camclock/sources LIBRARIES fmt nlohmann)
 room(apps/camclock/commands
   MAY receiver logging probe apps/camclock apps/camclock/sources apps/camclock/views

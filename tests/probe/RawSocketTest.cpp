@@ -148,6 +148,7 @@ TEST_F(RawSocketSteps, AFailedSendIsFollowedByPacketSent) {
     log.Drain();
     EXPECT_FALSE(socket.Write("abc", 3));
     EXPECT_EQ(log.All(), (Lines{"Sending packet...", "Error sending Packet : 10065", "Packet sent."}));
+    EXPECT_EQ(socket.SendError(), 10065);
 }
 
 TEST_F(RawSocketSteps, WaitsForItsTimeOut) {

@@ -183,6 +183,7 @@ TEST_F(TimestampReply, EveryOriginateTimeHasAResult) {
 TEST_F(TimestampReply, RefusesAHeaderWithOptions) {
     EXPECT_FALSE(Parse(test::ReplyWithOptions(Request(kTen_ms), kTen_ms)));
     EXPECT_EQ(log.All(), AfterClock("Gate 3: Wrong size packet read: 44"));
+    EXPECT_EQ(probe.BadReply(), "Wrong size packet read: 44");
     EXPECT_EQ(out.uncertainty, -1.0);
 }
 

@@ -135,8 +135,8 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
         ->type_name("URL");
     command
         ->add_option("--camera", options->cameras,
-                     "A camera by name; several streams of one device share its clock: NAME=URL,URL")
-        ->type_name("NAME=URL")
+                     "A camera by name; the streams of one device share its clock")
+        ->type_name("NAME=URL,URL")
         ->allow_extra_args(false);
     command->add_option("--list", options->list, "Cameras from a file: lines NAME URL, NAME=URL,URL or URL")
         ->type_name("FILE");

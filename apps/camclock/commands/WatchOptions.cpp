@@ -88,8 +88,7 @@ void AddIcmpOptions(CLI::App& command, TimingSettings& settings) {
         ->needs(icmp)
         ->group(group);
     AddMilliseconds(
-        command, "--expected-difference",
-        "Clock difference to begin with, host less camera, to within 12 hours: it tells the day [0]",
+        command, "--expected-difference", "Difference to begin with, host less camera; it tells the day [0]",
         -kLongest_ms,
         [&settings](std::chrono::milliseconds value) { settings.camera.expectedDifference = value; })
         ->needs(icmp)

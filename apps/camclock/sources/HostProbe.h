@@ -48,7 +48,6 @@ private:
     std::optional<Failure> _CheckHost() const;
 
     const std::string host_;
-    TimeProbe probe_;
 };
 
 }  // namespace camclock::app
