@@ -33,24 +33,27 @@ constexpr double kLeastScatter = 20e-6;          // s
 constexpr double kLeastScatterWholeMs = 300e-6;  // s
 constexpr double kWholeMsDoubt = 600e-6;         // s: half a millisecond, and the phase that nobody knows
 
-// Least step of the RTP clock that is looked for: clocks that are off by less than 0.128 s are slewed by
+// Least step of the RTP clock that is seen by itself: clocks that are off by less than 0.128 s are slewed by
 // their NTP client (RFC 5905, 11.3), not set.
-constexpr double kStep = 0.1;  // s
-// Less than that is looked for in the steps of stamps that are regular otherwise: a step that is no multiple
-// of the usual one, and blocks that lie off the line by what is odd about it.
+constexpr double kStep = 0.1;          // s
+constexpr std::uint32_t kBack = 8;     // frames in a row that prove a step back
+constexpr std::uint32_t kBetween = 4;  // B frames stand in runs of no more than that
+constexpr std::uint32_t kFew = 3;      // frames that may all be late: their arrivals are not believed
+constexpr double kWholeSteps = 16.0;   // usual steps that their mean tells better than arrivals do
+
+// A smaller one shows in stamps that are regular otherwise, by a step that is no multiple of the usual one,
+// and by blocks that lie off the line by what is odd about it. Per usual step: where frames are lost, their
+// mean is off.
 constexpr double kOdd = 1e-3;            // s
 constexpr double kOddDeviations = 10.0;  // of `deviation_`
-constexpr std::uint32_t kBack = 8;       // frames in a row that prove a step back
-constexpr double kWholeSteps = 16.0;     // so many usual steps are known to less than a frame's jitter
-constexpr std::uint32_t kBetween = 4;    // B frames stand in runs of no more than that
 
 // Averages of the cadence: over 16 and 64 frames, and what is added is clipped, so that a pause moves them
 // little.
 constexpr double kNominalClip = 2e-3;     // s
 constexpr double kDeviationClip = 20e-3;  // s
 constexpr double kTickNoise = 8e-6;       // s: mean deviation that the rounding of a 90 kHz stamp makes
-constexpr double kDeviationShare =
-    1.8;  // noise of the stamps, as mean distance of a step -> twice its deviation
+// Noise of the stamps, as mean distance of a step from the usual one, to twice its standard deviation.
+constexpr double kDeviationShare = 1.8;
 
 // What is not known at the start, standard deviations: the first frame's delay, a crystal's rate; the delay
 // of the frame after the stamps were set; the same once more when the network is believed.
@@ -188,10 +191,12 @@ FloorLine::Answer FloorLine::Feed(TimePoint arrival_host, std::uint32_t rtp_ts) 
     } else if (newest) {
         if (above < block_.lowest) {
             block_.second = block_.lowest;
+            block_.place = block_.lowestPlace;
             block_.lowest = above;
-            block_.place = frame.x;
+            block_.lowestPlace = frame.x;
         } else if (above < block_.second) {
             block_.second = above;
+            block_.place = frame.x;
         }
         block_.sum += above;
         ++block_.frames;
@@ -304,7 +309,9 @@ bool FloorLine::_RanBack(const Place& frame) {
 double FloorLine::_BackBy() const {
     const double step = backFirst_ - newest_.x;
     const double passed = step + backLow_;
-    return step - (between_ == 0 ? _WholeSteps(passed) : passed);
+    if (between_ > 0)
+        return step - passed;
+    return step - (back_ < kFew && nominal_ > 0.0 ? nominal_ : _WholeSteps(passed));
 }
 
 /// A time of some frames is one of whole frames, and what is left is the network's. Not so after a silence.
@@ -324,11 +331,11 @@ void FloorLine::_Follow(const Place& frame) {
     if (back_ > 0) {
         backLow_ = std::min(backLow_, height);
         const double jump = _BackBy();
-        const bool setBack = back_ > between_ && jump < -kOdd && step - elapsed < jump / 2.0;
-        set = setBack && jump < -kStep;
+        const bool ranBack = back_ > between_;
+        set = ranBack && jump < -kStep && step - elapsed < -kStep / 2.0;
         if (set) {
             _Set(jump, frame.x);  // by so little that this frame is newer again
-        } else if (setBack) {
+        } else if (ranBack && jump < -kOdd && step - elapsed < jump / 2.0) {
             odd_ = jump;
             oddAt_ = frame.x;
             step = nominal;
@@ -342,14 +349,14 @@ void FloorLine::_Follow(const Place& frame) {
                std::abs(elapsed - nominal) < 0.5 * std::abs(step - nominal)) ||
               (elapsed > 2.0 * nominal && step - elapsed > kStep && height < -kStep);
         if (set)
-            _Set(step - _WholeSteps(step + height), frame.x);
+            _Set(step - (elapsed > 2.0 * nominal ? _WholeSteps(step + height) : nominal), frame.x);
     }
     if (set)
         step = nominal;
     const double steps = StepsIn(step, nominal);
     const double odd = step - steps * nominal;
     steps_ += static_cast<std::uint32_t>(steps);
-    const bool isOdd = nominal_ > 0.0 && std::abs(odd) > std::max(kOdd, kOddDeviations * deviation_);
+    const bool isOdd = nominal_ > 0.0 && std::abs(odd) > std::max(kOdd * steps, kOddDeviations * deviation_);
     if (isOdd) {
         odd_ = odd;
         oddAt_ = frame.x;

@@ -121,7 +121,8 @@ private:
         double begin = 0.0;
         double lowest = 1e9;  // s: above any
         double second = 1e9;
-        double place = 0.0;  // x of the lowest
+        double place = 0.0;  // x of the second lowest
+        double lowestPlace = 0.0;
         double sum = 0.0;
         std::uint32_t frames = 0;
     };

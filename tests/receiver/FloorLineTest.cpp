@@ -542,6 +542,23 @@ TEST(FloorLine, StampsSetWhileFramesAreLostAreSetByWholeFrames) {
     }
 }
 
+TEST(FloorLine, FramesThatAreLateHideNoStepOfTheStamps) {
+    Exact film;
+    film.Run(60.0);
+    film.Step(0.04, 0.04, 150e-3);  // the last one before it
+    film.Step(0.04 - 0.2, 0.04);
+    film.Run(0.4);
+    EXPECT_EQ(film.line.LastEvent().kind, Kind::kSet);
+    EXPECT_NEAR(SecondsOf(film.line.LastEvent().size), -0.2, 1e-3);
+    film.Run(60.0);
+    film.Step(0.04 - 0.05, 0.04, 150e-3);  // the first one after it
+    film.Run(10.0);
+    EXPECT_EQ(film.line.LastEvent().kind, Kind::kSet);
+    EXPECT_NEAR(SecondsOf(film.line.LastEvent().size), -0.05, 1e-3);
+    EXPECT_LE(std::abs(film.Error(film.Run(60.0))), 0.1e-3);
+    EXPECT_LE(film.Run(0.04).uncertainty.value(), milliseconds(1));
+}
+
 TEST(FloorLine, StampsSetDuringASilenceAreSetByWhatTheArrivalsSay) {
     for (const double jump : {3'600.0, 100.0, 20.0, 1.0, -3'600.0, -100.0}) {
         SCOPED_TRACE(jump);
@@ -719,11 +736,11 @@ TEST(FloorLine, LearnsAGreatSkewAtOnceAndWithoutDoubt) {
 TEST(FloorLine, FollowsARateThatNoCrystalHasAfterItWasLostOnce) {
     for (const double rate : {-2'000e-6, 2'000e-6, -700e-6, 4'000e-6}) {
         SCOPED_TRACE(rate);
-        const Outcome outcome = Judge(On(kLan, [&](Scene& s) { s.skew = rate; }), 8);
+        const Outcome outcome = Judge(On(kLan, [&](Scene& s) { s.skew = rate; }), 8, 300.0);
         const auto lost = outcome.Events(Kind::kLost);
         ASSERT_EQ(lost.size(), 1u);
-        EXPECT_LE(outcome.Error_ms(0.99, 90.0), 0.05);
-        EXPECT_GE(outcome.Coverage(40.0), 99.0);
+        EXPECT_LE(outcome.Error_ms(0.99, 120.0), 0.08);
+        EXPECT_GE(outcome.Coverage(120.0), 99.0);
         for (const Outcome::Row& row : outcome.rows)
             EXPECT_TRUE(row.captured < 60.0 || std::isfinite(row.uncertainty));
     }
