@@ -11,7 +11,7 @@ constexpr Encoding kEncodings[] = {
     {"H264", "H.264", kVideo_Hz, Codec::kH264, {"sprop-parameter-sets"}},                 // RFC 6184
     {"H265", "H.265", kVideo_Hz, Codec::kH265, {"sprop-vps", "sprop-sps", "sprop-pps"}},  // RFC 7798
     {"MP4V-ES", "MPEG-4 Visual", kVideo_Hz, Codec::kMpeg4Visual, {"config"}},             // RFC 6416
-    {"JPEG", "Motion JPEG", kVideo_Hz, Codec::kMjpeg},                                    // RFC 2435
+    {"JPEG", "MJPEG", kVideo_Hz, Codec::kMjpeg},                                          // RFC 2435
     {"H266", "H.266", kVideo_Hz},
     {"VP8", "VP8", kVideo_Hz},
     {"VP9", "VP9", kVideo_Hz},
@@ -52,18 +52,18 @@ constexpr Encoding kEncodings[] = {
 
 struct StaticType {
     int payloadType;
-    std::string_view encoding;
     std::uint32_t clockRate_Hz;
+    std::string_view encoding;
 };
 
 // RFC 3551, tables 4 and 5.
 constexpr StaticType kStaticTypes[] = {
-    {0, "PCMU", 8'000},   {3, "GSM", 8'000},    {4, "G723", 8'000},   {5, "DVI4", 8'000},
-    {6, "DVI4", 16'000},  {7, "LPC", 8'000},    {8, "PCMA", 8'000},   {9, "G722", 8'000},
-    {10, "L16", 44'100},  {11, "L16", 44'100},  {12, "QCELP", 8'000}, {13, "CN", 8'000},
-    {14, "MPA", 90'000},  {15, "G728", 8'000},  {16, "DVI4", 11'025}, {17, "DVI4", 22'050},
-    {18, "G729", 8'000},  {25, "CelB", 90'000}, {26, "JPEG", 90'000}, {28, "nv", 90'000},
-    {31, "H261", 90'000}, {32, "MPV", 90'000},  {33, "MP2T", 90'000}, {34, "H263", 90'000},
+    {0, 8'000, "PCMU"},   {3, 8'000, "GSM"},    {4, 8'000, "G723"},   {5, 8'000, "DVI4"},
+    {6, 16'000, "DVI4"},  {7, 8'000, "LPC"},    {8, 8'000, "PCMA"},   {9, 8'000, "G722"},
+    {10, 44'100, "L16"},  {11, 44'100, "L16"},  {12, 8'000, "QCELP"}, {13, 8'000, "CN"},
+    {14, 90'000, "MPA"},  {15, 8'000, "G728"},  {16, 11'025, "DVI4"}, {17, 22'050, "DVI4"},
+    {18, 8'000, "G729"},  {25, 90'000, "CelB"}, {26, 90'000, "JPEG"}, {28, 90'000, "nv"},
+    {31, 90'000, "H261"}, {32, 90'000, "MPV"},  {33, 90'000, "MP2T"}, {34, 90'000, "H263"},
 };
 
 const StaticType* FindStaticType(int payloadType) {
@@ -90,19 +90,6 @@ const Encoding* EncodingOfPayloadType(int payloadType) {
 std::uint32_t ClockRateOfPayloadType(int payloadType) {
     const StaticType* entry = FindStaticType(payloadType);
     return entry != nullptr ? entry->clockRate_Hz : 0;
-}
-
-Codec CodecOf(std::string_view encodingName) {
-    const Encoding* encoding = EncodingOf(encodingName);
-    return encoding != nullptr ? encoding->codec : Codec::kOther;
-}
-
-std::string_view NameForPeople(Codec codec) {
-    if (codec != Codec::kOther)
-        for (const Encoding& encoding : kEncodings)
-            if (encoding.codec == codec)
-                return encoding.forPeople;
-    return "other";
 }
 
 std::string_view NameForPeople(std::string_view encodingName) {

@@ -27,12 +27,6 @@ const Encoding* EncodingOfPayloadType(int payloadType);
 /// assigned.
 std::uint32_t ClockRateOfPayloadType(int payloadType);
 
-/// The codec of an encoding name; `kOther` for those whose frames are not read.
-Codec CodecOf(std::string_view encodingName);
-
-/// "H.264"; "other" for `kOther`.
-std::string_view NameForPeople(Codec codec);
-
 /// "H.264" for "h264"; a name that is not in the table is given back.
 std::string_view NameForPeople(std::string_view encodingName);
 

@@ -8,8 +8,6 @@
 namespace camclock::receiver {
 namespace {
 
-using MediaPacket::Frametype;
-
 constexpr FrameKind kKeyFrame{MediaPacket::kFrameI, true};
 
 FrameKind KindOfH264(const NalUnit& unit) {

@@ -7,6 +7,7 @@
 #include "apps/camclock/views/StreamTable.h"
 #include "apps/camclock/views/Terminal.h"
 #include "apps/camclock/views/TextTable.h"
+#include "receiver/CodecTable.h"
 
 #include <fmt/format.h>
 
@@ -30,15 +31,8 @@ constexpr std::chrono::seconds kStalled{2};
 /// While so much waits to be taken by a slow reader, frames wait in the queue, where the oldest are dropped.
 constexpr std::size_t kMostPending = 64 * 1024;
 
-const char* CodecText(const receiver::Format& format) {
-    switch (format.codec) {
-    case receiver::Codec::kH264: return "H.264";
-    case receiver::Codec::kH265: return "H.265";
-    case receiver::Codec::kMpeg4Visual: return "MPEG-4 Visual";
-    case receiver::Codec::kMjpeg: return "MJPEG";
-    case receiver::Codec::kOther: break;
-    }
-    return format.encoding.empty() ? "?" : format.encoding.c_str();
+std::string CodecText(const receiver::Format& format) {
+    return format.encoding.empty() ? "?" : std::string(receiver::NameForPeople(format.encoding));
 }
 
 }  // namespace
