@@ -16,18 +16,16 @@
 
 /// From datagrams to frames with a time of capture.
 ///
-///     camclock::receiver::Camera camera("gate 3");
-///     const auto formats = camclock::receiver::Format::FromSdp(sdp);
-///     const auto stream = camera.AddStream("video", formats.at(0), [](const camclock::receiver::Frame&
-///     frame) {
-///         if (frame.trust == camclock::receiver::Trust::kGood)
+///     using namespace camclock::receiver;
+///     Camera camera("gate 3");
+///     const auto formats = Format::FromSdp(sdp);
+///     const auto stream = camera.AddStream("video", formats.at(0), [](const Frame& frame) {
+///         if (frame.trust == Trust::kGood)
 ///             Store(frame.rtp_ts, frame.captured_host);
 ///     });
-///     // for every datagram, at once when it arrives, reports before packets that arrived in the same
-///     moment: stream->FeedRtcp(data, size, camclock::receiver::Now()); stream->FeedRtp(data, size,
-///     camclock::receiver::Now());
-///     // some times a second:
-///     camera.Poll();
+///     stream->FeedRtcp(data, size, Now());  // every datagram as it arrives, reports first
+///     stream->FeedRtp(data, size, Now());
+///     camera.Poll();                        // some times a second
 namespace camclock::receiver {
 
 /// The host's time now at the counter's full resolution, truncated to ticks of 100 ns. It is the clock of
