@@ -17,7 +17,7 @@ namespace receiver = camclock::receiver;
 
 struct Recorder {
     receiver::Camera camera{"gate 3"};
-    std::vector<std::shared_ptr<receiver::Stream>> streams;  // in the order of the description
+    std::vector<std::shared_ptr<receiver::Stream>> streams;  // one for each media line of the description
 };
 
 /// In stdio's buffer: nothing that waits for somebody.
@@ -26,13 +26,17 @@ void Write(const receiver::Frame& frame) {
     std::printf("%u captured at %.6f, trust %d\n", frame.rtp_ts, captured.count(), int(frame.trust));
 }
 
-/// The camera has described its streams.
+/// The camera has described its streams: one for each media line, of whose payload types rtspsrc takes the
+/// first.
 void OnSdp(GstElement* /*source*/, GstSDPMessage* sdp, gpointer data) {
     auto& recorder = *static_cast<Recorder*>(data);
-    gchar* text = gst_sdp_message_as_text(sdp);
-    for (const receiver::Format& format : receiver::Format::FromSdp(text))
-        recorder.streams.push_back(recorder.camera.AddStream(format.media, format, Write));
-    g_free(text);
+    for (guint i = 0; i < gst_sdp_message_medias_len(sdp); ++i) {
+        gchar* text = gst_sdp_media_as_text(gst_sdp_message_get_media(sdp, i));
+        auto formats = receiver::Format::FromSdp(text);
+        g_free(text);
+        formats.resize(1);
+        recorder.streams.push_back(recorder.camera.AddStream(formats[0].media, formats[0], Write));
+    }
 }
 
 /// A buffer, or a list of them, on its way into rtpbin.
