@@ -1,8 +1,7 @@
 #include "logging/DirectMessage.h"
 
 #include "support/CapturingAppender.h"
-
-#include <log4cpp/AppenderSkeleton.hh>
+#include "support/CategoryTap.h"
 
 #include <gtest/gtest.h>
 
@@ -29,29 +28,14 @@ TEST(DirectMessage, IsOneEventAtInfo) {
     EXPECT_EQ(events[1].message, "second");
 }
 
-/// An appender of an application's that fails.
-class ThrowingAppender : public log4cpp::AppenderSkeleton {
-public:
-    ThrowingAppender()
-        : AppenderSkeleton("throwing appender") {}
-    void close() override {}
-    bool requiresLayout() const override { return false; }
-    void setLayout(log4cpp::Layout*) override {}
-
-protected:
-    void _append(const log4cpp::LoggingEvent&) override {
-        throw std::runtime_error("an appender that throws");
-    }
-};
-
 // log4cpp emits the message from a destructor, out of which nothing can be thrown.
 TEST(DirectMessageDeathTest, AnAppenderThatThrowsEndsTheProcess) {
     ::testing::FLAGS_gtest_death_test_style = "threadsafe";
     EXPECT_DEATH(
         {
-            ThrowingAppender appender;
-            TestCategory().addAppender(appender);
-            TestCategory().setPriority(log4cpp::Priority::INFO);
+            const CategoryTap tap(TestCategory(), [](const log4cpp::LoggingEvent&) {
+                throw std::runtime_error("an appender that throws");
+            });
             try {
                 WriteInfo(TestCategory(), "text");
             } catch (const std::runtime_error&) {

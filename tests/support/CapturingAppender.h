@@ -1,12 +1,8 @@
 #pragma once
 
+#include "support/CategoryTap.h"
 #include "support/Stamp.h"
 #include "support/WaitableList.h"
-
-#include <log4cpp/AppenderSkeleton.hh>
-#include <log4cpp/Category.hh>
-#include <log4cpp/LoggingEvent.hh>
-#include <log4cpp/Priority.hh>
 
 #include <cstddef>
 #include <string>
@@ -21,36 +17,25 @@ struct CapturedEvent {
     int priority;
 };
 
-/// Keeps the events of one log4cpp category while it lives: the category takes INFO (or the given priority),
-/// passes nothing on to its parents, and is put back as it was at the end.
-///
-/// Make it before the objects that log: log4cpp's categories do not like their
-/// priority to change while they are used.
+/// Keeps the events of one log4cpp category while it lives (see `CategoryTap`).
 class CapturingAppender {
 public:
     explicit CapturingAppender(log4cpp::Category& category,
                                log4cpp::Priority::Value priority = log4cpp::Priority::INFO)
-        : category_(category)
-        , oldPriority_(category.getPriority())
-        , oldAdditivity_(category.getAdditivity()) {
-        category_.addAppender(appender_);
-        category_.setAdditivity(false);
-        category_.setPriority(priority);
-    }
-
-    ~CapturingAppender() {
-        category_.setPriority(oldPriority_);
-        category_.setAdditivity(oldAdditivity_);
-        category_.removeAppender(&appender_);
-    }
+        : tap_(
+              category,
+              [this](const log4cpp::LoggingEvent& event) {
+                  events_.Append({event.message, event.categoryName, event.priority});
+              },
+              priority) {}
 
     CapturingAppender(const CapturingAppender&) = delete;
     CapturingAppender& operator=(const CapturingAppender&) = delete;
 
     /// Changes what the category takes; no other thread logs meanwhile.
-    void SetPriority(log4cpp::Priority::Value priority) { category_.setPriority(priority); }
+    void SetPriority(log4cpp::Priority::Value priority) { tap_.SetPriority(priority); }
 
-    std::vector<CapturedEvent> Events() const { return appender_.events.All(); }
+    std::vector<CapturedEvent> Events() const { return events_.All(); }
 
     std::vector<std::string> Messages() const {
         std::vector<std::string> messages;
@@ -73,12 +58,12 @@ public:
     std::vector<std::string> Deferred() const { return Deferred(Events()); }
 
     /// Waits for the `count`-th event, direct or deferred.
-    bool WaitFor(std::size_t count) const { return appender_.events.WaitFor(count); }
+    bool WaitFor(std::size_t count) const { return events_.WaitFor(count); }
 
     /// Waits until `wanted(messages)` for the deferred messages, the stamp taken off.
     template <class Condition>
     bool WaitUntilDeferred(Condition wanted) const {
-        return appender_.events.WaitUntil(
+        return events_.WaitUntil(
             [&](const std::vector<CapturedEvent>& events) { return wanted(Deferred(events)); });
     }
 
@@ -89,22 +74,6 @@ public:
     }
 
 private:
-    class Appender : public log4cpp::AppenderSkeleton {
-    public:
-        Appender()
-            : AppenderSkeleton("capturing appender") {}
-        void close() override {}
-        bool requiresLayout() const override { return false; }
-        void setLayout(log4cpp::Layout*) override {}
-
-        WaitableList<CapturedEvent> events;
-
-    protected:
-        void _append(const log4cpp::LoggingEvent& event) override {
-            events.Append({event.message, event.categoryName, event.priority});
-        }
-    };
-
     static std::vector<std::string> Deferred(const std::vector<CapturedEvent>& events) {
         std::vector<std::string> messages;
         for (const CapturedEvent& event : events) {
@@ -114,10 +83,8 @@ private:
         return messages;
     }
 
-    log4cpp::Category& category_;
-    log4cpp::Priority::Value oldPriority_;
-    bool oldAdditivity_;
-    Appender appender_;
+    WaitableList<CapturedEvent> events_;
+    CategoryTap tap_;  // last: what it writes to is made before it and outlives it
 };
 
 }  // namespace camclock::test

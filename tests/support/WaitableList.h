@@ -44,6 +44,12 @@ public:
         return items_;
     }
 
+    /// The items so far, which are forgotten.
+    std::vector<Item> Drain() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        return std::exchange(items_, {});
+    }
+
     /// Waits until `wanted(items)`; false when the deadline passes first.
     template <class Condition>
     bool WaitUntil(Condition wanted) const {
