@@ -80,7 +80,7 @@ TEST(LiveTable, LeavesColumnsOutByTheirRankWhereThereIsNoRoom) {
     EXPECT_EQ(eighty.front(), "#  camera            state       fps  captured UTC      D ms    good  lost");
     const auto sixty = LiveTable({Line(1, name, statistics)}, kStart, {60, 20}, 0);
     EXPECT_EQ(sixty.front(), "#  camera            state       fps  captured UTC    good");
-    EXPECT_EQ(sixty.back(), "1  rtsp://~/picture  receiving  25.0  02:40:11.970  100.0%");
+    EXPECT_EQ(sixty.back(), "1  gate.ex~/picture  receiving  25.0  02:40:11.970  100.0%");
 }
 
 TEST(LiveTable, FitsEveryScreen) {

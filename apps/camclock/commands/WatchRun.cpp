@@ -293,7 +293,7 @@ std::vector<StreamLine> WatchRun::_Lines() const {
             if (facts->picture)
                 line.size = receiver::PictureText(*facts->picture);
         }
-        if (camera.LastFailure())
+        if (camera.LastFailure() && stream.name.media == "video")
             line.failure = camera.LastFailure()->what;
         line.statistics = &stream.statistics;
         line.icmp = plan_.timing.icmp && !camera.Url().ipv6 && stream.name.media == "video";

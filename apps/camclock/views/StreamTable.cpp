@@ -10,6 +10,7 @@
 #include <cmath>
 #include <functional>
 #include <optional>
+#include <string_view>
 #include <utility>
 
 namespace camclock::app {
@@ -36,9 +37,12 @@ std::string OrDash(const std::string& text) {
     return text.empty() ? "-" : text;
 }
 
-/// The camera's name; sound is marked.
+/// The camera's name; of a URL only what tells it from others, and sound is marked.
 std::string ShownName(const StreamName& name) {
-    return name.media == "video" ? name.camera : name.camera + " " + name.media;
+    constexpr std::string_view kScheme = "rtsp://";
+    const bool isUrl = name.camera.compare(0, kScheme.size(), kScheme) == 0;
+    const std::string shown = isUrl ? name.camera.substr(kScheme.size()) : name.camera;
+    return name.media == "video" ? shown : shown + " " + name.media;
 }
 
 struct Cell {
