@@ -7,6 +7,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
 #include <string>
 
 namespace camclock::app::test {
@@ -177,6 +179,32 @@ TEST(WatchFails, WhenTheStreamFallsSilent) {
                          "with --packet-timeout, or use --reconnect\n"),
         0U)
         << outcome.err;
+}
+
+TEST(Watch, OverTlsTakesTheCertificateThatItIsToldTo) {
+    CAMCLOCK_REQUIRE_STREAM(TestCamera::Stream::kH264);
+    const std::string file = testing::TempDir() + "camclock_tls_" + std::to_string(getpid()) + ".pem";
+    const std::string command = "openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 "
+                                "-addext subjectAltName=IP:127.0.0.1 -keyout '" +
+                                file + "' -out '" + file + ".crt' 2>/dev/null && cat '" + file + ".crt' >>'" +
+                                file + "'";
+    if (std::system(command.c_str()) != 0)  // NOLINT: a tool that makes what the test needs
+        GTEST_SKIP() << "no openssl that makes a certificate";
+    TestCamera::Settings settings = With(TestCamera::Stream::kH264);
+    settings.tlsCertificate = file;
+    const TestCamera camera(settings);
+    const std::string watch = "watch --transport tcp --format csv --duration 3 ";
+    const Outcome unknown = RunProgram(watch + camera.Url());
+    EXPECT_EQ(unknown.exitCode, 4);
+    EXPECT_NE(unknown.err.find("TLS certificate is not accepted"), std::string::npos) << unknown.err;
+    const Outcome trusted = RunProgram(watch + "--tls-ca '" + file + ".crt' " + camera.Url());
+    EXPECT_EQ(trusted.exitCode, 0) << trusted.err;
+    EXPECT_GT(trusted.OutLines().size(), 5U);
+    const Outcome any = RunProgram(watch + "--tls-insecure " + camera.Url());
+    EXPECT_EQ(any.exitCode, 0) << any.err;
+    EXPECT_EQ(RunProgram(watch + "--tls-ca /nowhere.pem " + camera.Url()).exitCode, 2);
+    std::remove(file.c_str());
+    std::remove((file + ".crt").c_str());
 }
 
 TEST(WatchFails, WhenNothingCanBeWritten) {

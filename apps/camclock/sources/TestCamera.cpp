@@ -109,6 +109,7 @@ struct TestCamera::Server {
 
     void AddPath();
     void AskForCredentials(GstRTSPMediaFactory* factory) const;
+    void SpeakTls(GstRTSPMediaFactory* factory) const;
 
     // ---- callbacks, on GStreamer's threads ----
 
@@ -237,6 +238,8 @@ void TestCamera::Server::AddPath() {
     g_signal_connect(factory.get(), "media-configure", G_CALLBACK(&Server::OnMedia), this);
     if (!settings.user.empty())
         AskForCredentials(factory.get());
+    else if (!settings.tlsCertificate.empty())
+        SpeakTls(factory.get());
     const GstOwner<GstRTSPMountPoints> paths(gst_rtsp_server_get_mount_points(server.get()));
     gst_rtsp_mount_points_add_factory(paths.get(), kPath,
                                       GST_RTSP_MEDIA_FACTORY(g_object_ref(factory.get())));
@@ -249,6 +252,22 @@ void TestCamera::Server::AskForCredentials(GstRTSPMediaFactory* factory) const {
     const std::unique_ptr<GstRTSPToken, TokenUnref> token(
         gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr));
     gst_rtsp_auth_add_digest(auth.get(), settings.user.c_str(), settings.password.c_str(), token.get());
+    gst_rtsp_server_set_auth(server.get(), auth.get());
+    gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
+                                    GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
+}
+
+/// Whoever comes over TLS is let in.
+void TestCamera::Server::SpeakTls(GstRTSPMediaFactory* factory) const {
+    const GstOwner<GTlsCertificate> certificate(
+        g_tls_certificate_new_from_file(settings.tlsCertificate.c_str(), nullptr));
+    if (!certificate)
+        throw std::runtime_error("the test camera cannot read its certificate");
+    const GstOwner<GstRTSPAuth> auth(gst_rtsp_auth_new());
+    gst_rtsp_auth_set_tls_certificate(auth.get(), certificate.get());
+    const std::unique_ptr<GstRTSPToken, TokenUnref> token(
+        gst_rtsp_token_new(GST_RTSP_TOKEN_MEDIA_FACTORY_ROLE, G_TYPE_STRING, kRole, nullptr));
+    gst_rtsp_auth_set_default_token(auth.get(), token.get());
     gst_rtsp_server_set_auth(server.get(), auth.get());
     gst_rtsp_media_factory_add_role(factory, kRole, GST_RTSP_PERM_MEDIA_FACTORY_ACCESS, G_TYPE_BOOLEAN, TRUE,
                                     GST_RTSP_PERM_MEDIA_FACTORY_CONSTRUCT, G_TYPE_BOOLEAN, TRUE, nullptr);
@@ -286,7 +305,8 @@ TestCamera::~TestCamera() {
 }
 
 std::string TestCamera::Url() const {
-    return fmt::format("rtsp://127.0.0.1:{}{}", server_->port, kPath);
+    return fmt::format("{}://127.0.0.1:{}{}", server_->settings.tlsCertificate.empty() ? "rtsp" : "rtsps",
+                       server_->port, kPath);
 }
 
 std::optional<TestCamera::Truth> TestCamera::TruthOf(std::uint32_t RTP_ts) const {

@@ -30,6 +30,7 @@ public:
         double drift_ppm = 0.0;               ///< so much faster does the camera's clock run
         std::string user;                     ///< empty: nobody is asked for credentials
         std::string password;
+        std::string tlsCertificate;  ///< PEM file with a certificate and its key: rtsps; empty: rtsp
     };
 
     /// What is true about one frame.
@@ -47,7 +48,7 @@ public:
     TestCamera(const TestCamera&) = delete;
     TestCamera& operator=(const TestCamera&) = delete;
 
-    /// "rtsp://127.0.0.1:PORT/video", without credentials.
+    /// "rtsp://127.0.0.1:PORT/video" or "rtsps://...", without credentials.
     std::string Url() const;
 
     /// The frame with this RTP time stamp, if there has been one. Any thread.
