@@ -322,6 +322,14 @@ double FloorLine::_WholeSteps(double passed) const {
     return steps <= kWholeSteps ? std::max(steps, 1.0) * nominal_ : passed;
 }
 
+/// What passed until a frame that came too late for the next one. It was one of the fastest after a pause of
+/// whole steps; or it is late, and the next one after all; and after a silence only the arrivals tell.
+double FloorLine::_Elapsed(double passed) const {
+    const double whole = _WholeSteps(passed);
+    return passed > kWholeSteps * nominal_ || passed - whole < std::max(_Gate(), nominal_ / 16.0) ? whole
+                                                                                                  : nominal_;
+}
+
 void FloorLine::_Follow(const Place& frame) {
     double step = frame.x - newest_.x;
     const double elapsed = frame.arrival - newest_.arrival;
@@ -344,12 +352,14 @@ void FloorLine::_Follow(const Place& frame) {
         }
         back_ = 0;
     } else if (nominal_ > 0.0) {
-        // The stamps jumped, the arrivals did not; or a silence ended below the line.
-        set = (std::abs(step - nominal) > kStep &&
-               std::abs(elapsed - nominal) < 0.5 * std::abs(step - nominal)) ||
+        // The stamps jumped, the arrivals did not, and the frame lies off the line by what they jumped (where
+        // some were lost after one that was late, it does not); or a silence ended below the line.
+        const double jump = step - nominal;
+        set = (std::abs(jump) > kStep && std::abs(elapsed - nominal) < 0.5 * std::abs(jump) &&
+               -height * jump > 0.5 * Square(jump)) ||
               (elapsed > 2.0 * nominal && step - elapsed > kStep && height < -kStep);
         if (set)
-            _Set(step - (elapsed > 2.0 * nominal ? _WholeSteps(step + height) : nominal), frame.x);
+            _Set(step - (elapsed > 2.0 * nominal ? _Elapsed(step + height) : nominal), frame.x);
     }
     if (set)
         step = nominal;

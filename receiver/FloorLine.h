@@ -183,6 +183,7 @@ private:
     bool _RanBack(const Place& frame);
     double _BackBy() const;
     double _WholeSteps(double passed) const;
+    double _Elapsed(double passed) const;
     void _Follow(const Place& frame);
     void _Set(double jump, double x);
     double _Floor(double x) const { return offset_ + slope_ * (x - place_); }

@@ -559,6 +559,24 @@ TEST(FloorLine, FramesThatAreLateHideNoStepOfTheStamps) {
     EXPECT_LE(film.Run(0.04).uncertainty.value(), milliseconds(1));
 }
 
+TEST(FloorLine, FramesThatAreLostAfterOneThatWasLateAreNoStep) {
+    Exact film;
+    film.Run(60.0);
+    film.Step(0.04, 0.04, 100e-3);
+    film.Step(0.2, 0.2);  // four are lost: the stamps go on by 200 ms, the arrivals by half of it
+    EXPECT_LE(std::abs(film.Error(film.Run(60.0))), 0.1e-3);
+    EXPECT_EQ(film.line.LastEvent().kind, Kind::kNone);
+}
+
+TEST(FloorLine, AFrameThatIsLateWhenTheStampsAreSetDoesNotMoveTheLine) {
+    Exact film;
+    film.Run(60.0);
+    const FloorLine::Answer answer = film.Step(1.04, 0.04, 70e-3);
+    EXPECT_EQ(film.line.LastEvent().kind, Kind::kSet);
+    EXPECT_NEAR(SecondsOf(film.line.LastEvent().size), 1.0, 1e-3);
+    EXPECT_LE(std::abs(film.Error(answer)), 0.1e-3);
+}
+
 TEST(FloorLine, StampsSetDuringASilenceAreSetByWhatTheArrivalsSay) {
     for (const double jump : {3'600.0, 100.0, 20.0, 1.0, -3'600.0, -100.0}) {
         SCOPED_TRACE(jump);
