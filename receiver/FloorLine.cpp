@@ -647,7 +647,9 @@ void FloorLine::_SetLate(double height, double place) {
 void FloorLine::_ChangeRate(const Fit& fit, double doubt, double place) {
     offset_ += fit.height;
     slope_ = std::clamp(slope_ + fit.rate, -limit_, limit_);
-    P00_ += Square(fit.residual);
+    // Over a line that is off in its slope the low of a block is rather the frame at its end than the
+    // fastest.
+    P00_ += Square(fit.residual) + Square(fit.rate * kBlock / 4.0);
     P11_ += Square(doubt);
     lastUsable_ = place;
     _ForgetOffLine();
