@@ -35,6 +35,11 @@ TEST(Output, OnAFullDiskIsOneLineAndACodeOfItsOwn) {
         << log.err;
     EXPECT_EQ(RunProgram("inspect --sps 67 >/dev/full").exitCode, 16);
     EXPECT_EQ(RunProgram("--help >/dev/full").exitCode, 11);
+    const std::string program = CAMCLOCK_PROGRAM;
+    const Outcome summary =
+        RunProgram("--version; '" + program + "' watch --transport tcp --format csv --duration 2 " +
+                   camera.Url() + " 2>/dev/full; exit $?");
+    EXPECT_EQ(summary.exitCode, 11);
 }
 
 TEST(Output, ThatIsClosedIsOneLineAndACodeOfItsOwn) {

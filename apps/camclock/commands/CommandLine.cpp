@@ -78,10 +78,10 @@ int RunCommandLine(int argc, char** argv) {
         errors.Line(std::string("camclock: ") + error.what());
     }
     output.Finish();
-    if (result == 0)
-        if (const auto trouble = output.Trouble())
-            result = static_cast<int>(Report(*trouble));
     errors.Flush(std::chrono::milliseconds(100));
+    for (const Output* end : {&output, &errors})
+        if (const auto trouble = end->Trouble(); trouble && result == 0)
+            result = static_cast<int>(Report(*trouble));
     return result;
 }
 

@@ -77,13 +77,13 @@ void Close(int descriptor) {
 /// that is opened later gets its number and our rows.
 int OpenStandard(int descriptor) {
     std::signal(SIGPIPE, SIG_IGN);  // a reader that is gone is an error of write instead
-    if (fcntl(descriptor, F_GETFD) >= 0)
-        return 0;
-    const int error = errno;
-    const int null = open("/dev/null", O_WRONLY);
-    if (null >= 0 && null != descriptor) {
-        dup2(null, descriptor);
-        close(null);
+    int error = 0;
+    for (int standard = 0; standard <= descriptor; ++standard) {
+        if (fcntl(standard, F_GETFD) >= 0)
+            continue;
+        error = standard == descriptor ? errno : 0;
+        if (open("/dev/null", O_RDWR) < 0)  // takes the lowest number that is free: this one
+            break;
     }
     return error;
 }
