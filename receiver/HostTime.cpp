@@ -69,22 +69,31 @@ private:
     }
 
     /// Takes over the process clock's anchor: where its milliseconds change, it shows half of one too many.
-    /// Takes a millisecond; where the counter stands still, its reading is taken for a whole millisecond.
+    /// Takes some milliseconds at most; where the counter stands still, its reading is taken for a whole
+    /// millisecond.
     void _Follow() {
         Utilities& clock = Utilities::getInstance();
         const std::int64_t first = Utilities::GetCounter();
-        const TimePoint shown = clock.GetTime();
+        TimePoint shown = clock.GetTime();
         _SetOrigin(shown - TicksOf(first));
+        Ticks narrowest = (Ticks::max)();
+        std::int64_t before = first;  // the counter before `shown` was read last
         for (int reading = 0; reading < 100'000; ++reading) {
-            const std::int64_t counter = Utilities::GetCounter();
-            const TimePoint changed = clock.GetTime();
-            if (changed != shown) {
-                _SetOrigin(changed - std::chrono::microseconds(500) - TicksOf(counter));
-                return;
+            const std::int64_t here = Utilities::GetCounter();
+            const TimePoint now = clock.GetTime();
+            const std::int64_t after = Utilities::GetCounter();
+            // The change lies between the readings around it; a thread that was put aside meanwhile looks
+            // again.
+            if (now != shown && TicksOf(after - before) < narrowest) {
+                narrowest = TicksOf(after - before);
+                _SetOrigin(now - std::chrono::microseconds(500) - TicksOf(before) - narrowest / 2);
             }
-            if (TicksOf(counter - first) > std::chrono::milliseconds(2) ||
-                (reading == 1'000 && counter == first))
+            constexpr std::chrono::microseconds kNarrow{20};
+            if (narrowest < kNarrow || TicksOf(after - first) > std::chrono::milliseconds(20) ||
+                (reading == 1'000 && after == first))
                 return;
+            shown = now;
+            before = here;
         }
     }
 

@@ -87,7 +87,7 @@ Camera::~Camera() {
 
 std::shared_ptr<Stream> Camera::AddStream(std::string id, const Format& format, Stream::Sink sink) {
     auto state = std::make_unique<Stream::State>(state_->shared, std::move(id), format, std::move(sink));
-    const std::shared_ptr<Stream> stream(new Stream(std::move(state)));
+    std::shared_ptr<Stream> stream(new Stream(std::move(state)));
     const std::lock_guard<std::mutex> guard(state_->mutex);
     state_->streams.push_back(stream);
     return stream;

@@ -2,7 +2,6 @@
 
 #include "receiver/TimeArithmetic.h"
 
-#include <algorithm>
 #include <utility>
 
 namespace camclock::receiver {
@@ -59,15 +58,14 @@ void SourceChoice::Restart() {
 
 /// Its own place, else that of the least promising.
 SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
-    const auto own = std::find_if(candidates_.begin(), candidates_.end(), [&](const Candidate& candidate) {
-        return candidate.inSequence > 0 && candidate.ssrc == arrived.ssrc;
-    });
-    if (own != candidates_.end())
-        return *own;
-    const auto least =
-        std::min_element(candidates_.begin(), candidates_.end(), [](const Candidate& a, const Candidate& b) {
-            return a.inSequence != b.inSequence ? a.inSequence < b.inSequence : a.last_host < b.last_host;
-        });
+    Candidate* least = &candidates_.front();
+    for (Candidate& candidate : candidates_) {
+        if (candidate.inSequence > 0 && candidate.ssrc == arrived.ssrc)
+            return candidate;
+        if (candidate.inSequence != least->inSequence ? candidate.inSequence < least->inSequence
+                                                      : candidate.last_host < least->last_host)
+            least = &candidate;
+    }
     least->ssrc = arrived.ssrc;
     least->inSequence = 0;
     least->kept.clear();

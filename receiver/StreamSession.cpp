@@ -22,6 +22,9 @@ constexpr seconds kLongestSilence{100};
 constexpr seconds kUnsettling{10};
 /// The first count of frames that is the majority of the median's 51.
 constexpr std::uint32_t kSettled = 26;
+/// A step of one of the camera's clocks that is too small to begin an epoch, and too large for the median to
+/// hide.
+constexpr milliseconds kSmallStep{20};
 /// A report whose stamp lies further from the frames' than this knows nothing of them.
 constexpr seconds kOfOneKind{60};
 /// Where threads cannot be had, it is tried again after this.
@@ -304,6 +307,8 @@ void StreamSession::_UseReport(const Report& report) {
         reports_.Restart(report);
         _Raise(Event::Kind::kClockStepped, "the camera's clock was set by " + Milliseconds(step), step);
     }
+    if (verdict == ReportCheck::Verdict::kUsable)
+        _Doubt(reports_.Step());
     const bool first = !median_ && !unfed_;
     ++statistics_.reports;
     lastReport_host_ = report.arrival_host;
@@ -352,6 +357,12 @@ bool StreamSession::_StartClock(const Assembled& frame) {
     return !hasFrame_ && !fits;
 }
 
+/// After a step of one of the camera's clocks the median needs its time.
+void StreamSession::_Doubt(Ticks step) {
+    if (step > kSmallStep || step < -kSmallStep)
+        unsettled_ = kSettled;
+}
+
 void StreamSession::_EndClock() {
     if (!median_)
         return;
@@ -388,6 +399,10 @@ void StreamSession::_AnswerByMedian(const Assembled& frame, const Step& step, Fr
         out.uncertainty = measured->uncertainty;
     else if (measures_ && median_->MeasuredD())
         out.uncertainty = median_->MeasuredUncertainty();
+    // Only B frames run back: what else does was stamped by a clock that was set.
+    if (step.rtp < 0 && step.runsBack &&
+        (frame.kind.type == MediaPacket::kFrameI || frame.kind.type == MediaPacket::kFrameP))
+        unsettled_ = kSettled;
     out.trust = answer.replaced                        ? Trust::kReplaced
                 : synced_ < kSettled || unsettled_ > 0 ? Trust::kSettling
                                                        : Trust::kGood;
@@ -405,6 +420,8 @@ void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
     out.precise_host = line.uncertainty ? (std::min)(captured, frame.arrival_host) : out.median_host;
     if (camera_->settings.cameraDelay)
         _Bound(line, out);
+    if (line.happened && line_.LastEvent().kind == FloorLine::Event::Kind::kSet)
+        _Doubt(ToTicks(line_.LastEvent().size));
     if (line.happened && line_.LastEvent().IsRouteChange()) {
         const Ticks size = ToTicks(line_.LastEvent().size);
         _Raise(Event::Kind::kRouteChanged, "the way through the network changed by " + Milliseconds(size),

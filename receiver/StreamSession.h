@@ -77,6 +77,7 @@ private:
 
     void _UseReport(const Report& report);
     bool _StartClock(const Assembled& frame);
+    void _Doubt(Ticks step);
     void _EndClock();
     void _AnswerByMedian(const Assembled& frame, const Step& step, Frame& out);
     void _AnswerByLine(const Assembled& frame, Frame& out);

@@ -78,6 +78,22 @@ INSTANTIATE_TEST_SUITE_P(
         ClockCase{"ADayWithStamps", hours(24), true}, ClockCase{"ADayBackWithStamps", hours(-24), true}),
     [](const auto& tested) { return std::string(tested.param.name); });
 
+TEST(ReceiverScenario, AStepTooSmallForAnEpochIsNotGoodEither) {
+    for (const milliseconds by :
+         {milliseconds(30), milliseconds(250), milliseconds(-250), milliseconds(-480)}) {
+        for (const bool stampsToo : {false, true}) {
+            sim::RtpCamera::Settings settings = Lan(8);
+            settings.rtpFromWallClock = stampsToo;
+            Watched watched(settings);
+            watched.device.At(seconds(160), [by](sim::RtpCamera& camera) { camera.SetWallClock(by); });
+            watched.Run(kFrames);
+            EXPECT_EQ(watched.frames.back().frame.epoch, 1U);
+            EXPECT_LE(watched.WorstGood_ms(), 10.0) << by.count() << " ms, stamps too: " << stampsToo;
+            EXPECT_GT(watched.Count(Trust::kGood), 7'600U);
+        }
+    }
+}
+
 // ---- it falls silent
 
 class ReceiverSilence : public testing::TestWithParam<int> {};
