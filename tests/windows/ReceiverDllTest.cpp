@@ -66,7 +66,9 @@ TEST(ReceiverDll, SharesTheClockOfTheFirstLibrary) {
     const TimePoint before = Now();
     const TimePoint rounded = camclock::Utilities::getInstance().GetTime();
     EXPECT_LE(std::chrono::abs(rounded - before), milliseconds(100));
-    EXPECT_LE(FromSystem(std::chrono::system_clock::now()), Now());
+    const TimePoint stamped = FromSystem(std::chrono::system_clock::now());
+    EXPECT_LE(stamped, Now());
+    EXPECT_GE(stamped, before);
 }
 
 TEST(ReceiverDll, TurnsPacketsAndReportsIntoFramesWithTimes) {
