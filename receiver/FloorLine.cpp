@@ -60,6 +60,7 @@ constexpr double kDeviationShare = 1.8;
 constexpr double kFirstOffset = 50e-3;  // s
 constexpr double kSetOffset = 10e-3;    // s
 constexpr double kAnewOffset = 5e-3;    // s
+constexpr double kUnknownSlope = 4.0;   // s: what a slope at its limit makes in some blocks
 constexpr double kSettling = 30.0;      // s: so long the filter's own variance tells the doubt
 
 // What no crystal keeps may still be a camera's rate: stamps of 29.97 frames a second for 30 are 1,000 ppm
@@ -267,8 +268,9 @@ void FloorLine::_MoveOrigin() {
     origin_host_ = TimePoint(Ticks(static_cast<std::int64_t>(
         static_cast<std::uint64_t>(origin_host_.time_since_epoch().count()) +
         static_cast<std::uint64_t>(seconds + gained) * static_cast<std::uint64_t>(kTicksPerSecond))));
-    for (double* place : {&place_, &newest_.x, &lastBack_.x, &block_.begin, &block_.place, &lastUsable_,
-                          &since_, &doubtFrom_, &ceilingAt_, &lostUntil_, &oddAt_})
+    for (double* place :
+         {&place_, &newest_.x, &lastBack_.x, &block_.begin, &block_.place, &block_.lowestPlace, &backFirst_,
+          &lastUsable_, &since_, &doubtFrom_, &ceilingAt_, &lostUntil_, &oddAt_})
         *place -= x;
     for (double* arrival : {&newest_.arrival, &lastBack_.arrival})
         *arrival -= x + y;
@@ -339,11 +341,11 @@ void FloorLine::_Follow(const Place& frame) {
     if (back_ > 0) {
         backLow_ = std::min(backLow_, height);
         const double jump = _BackBy();
-        const bool ranBack = back_ > between_;
-        set = ranBack && jump < -kStep && step - elapsed < -kStep / 2.0;
+        const bool moreThanB = back_ > between_;
+        set = moreThanB && jump < -kStep && step - elapsed < -kStep / 2.0;
         if (set) {
             _Set(jump, frame.x);  // by so little that this frame is newer again
-        } else if (ranBack && jump < -kOdd && step - elapsed < jump / 2.0) {
+        } else if (moreThanB && jump < -kOdd && step - elapsed < jump / 2.0) {
             odd_ = jump;
             oddAt_ = frame.x;
             step = nominal;
@@ -385,8 +387,7 @@ void FloorLine::_Set(double jump, double x) {
     for (double* place : {&place_, &lastUsable_, &doubtFrom_, &since_, &lostUntil_})
         *place += jump;
     P00_ += Square(kSetOffset);
-    block_ = {};
-    block_.begin = block_.place = x;
+    _BeginBlock(x);
     _ForgetOffLine();
     cadences_.Clear();
     steps_ = 0;
@@ -431,12 +432,13 @@ double FloorLine::_Gate() const {
 }
 
 /// The gate widens while nothing is learned. A longer route would walk through it in the end, unless what has
-/// not come nearer than by half is still off. And what lies below the line in the beginning tells its slope,
-/// which nobody knows yet.
+/// not come nearer than by half is still off. And what lies a little below the line in the beginning tells
+/// its slope, which nobody knows yet.
 bool FloorLine::_LiesOff(double low) {
-    if (low < 0.0 && place_ - since_ < kSettling)
-        return false;
     const double gate = _Gate();
+    const bool once = ring_.Size() == 0 && low < -(gate + kUnknownSlope * limit_);
+    if (low < 0.0 && !once && place_ - since_ < kSettling)
+        return false;
     if (std::abs(low) > gate)
         return true;
     if (ring_.Size() == 0 || low <= leftGate_)
@@ -445,6 +447,11 @@ bool FloorLine::_LiesOff(double low) {
     for (const OffLine& block : ring_)
         nearest = std::min(nearest, static_cast<double>(block.height) - lowered_);
     return low > nearest / 2;
+}
+
+void FloorLine::_BeginBlock(double x) {
+    block_ = {};
+    block_.begin = block_.place = block_.lowestPlace = x;
 }
 
 /// The line and its covariance at another place.
@@ -465,8 +472,7 @@ void FloorLine::_Learn(double x) {
     const double place = block_.place;
     _Predict(place);
     queue_ = low;
-    block_ = {};
-    block_.begin = block_.place = x;
+    _BeginBlock(x);
     if (firstBlock_) {
         firstBlock_ = false;
         scatter_ = std::max(_LeastScatter(), mean / 4.0);

@@ -174,9 +174,10 @@ private:
         std::size_t size_ = 0;
     };
 
-    static constexpr std::size_t kRing = 16;  // blocks off the line in a row that are looked at together
-    static constexpr std::size_t kCadences =
-        60;  // blocks on the line whose cadence is the camera's usual one
+    // Blocks off the line in a row that are looked at together; on it, whose cadence is the camera's usual
+    // one.
+    static constexpr std::size_t kRing = 16;
+    static constexpr std::size_t kCadences = 60;
 
     Place _Locate(TimePoint arrival_host, std::uint32_t rtp_ts, std::int64_t& ticks) const;
     void _Begin(TimePoint arrival_host);
@@ -194,6 +195,7 @@ private:
     double _LeastScatter() const;
     double _CadenceChange() const;
     void _ForgetOffLine();
+    void _BeginBlock(double x);
     void _Predict(double x);
     void _Learn(double x);
     void _LearnOffLine(double low, double place);

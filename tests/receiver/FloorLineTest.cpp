@@ -656,6 +656,21 @@ TEST(FloorLine, FollowsAShorterRouteAndDoubtsItForAnHour) {
     EXPECT_LE(answer.uncertainty.value(), milliseconds(1));
 }
 
+TEST(FloorLine, AQueueAtTheStartThatEndsAtOnceIsFollowedAtOnce) {
+    const Outcome outcome =
+        Judge(On(kWan, [](Scene& s) { s.delay = [](double t, Dice&) { return t < 10 ? 60e-3 : 0.0; }; }), 3);
+    EXPECT_LE(outcome.Error_ms(1.0, 13.0, 30.0), 5.0);
+    EXPECT_LE(outcome.Error_ms(0.99, 30.0), 1.0);
+}
+
+TEST(FloorLine, TheOriginMovesWithoutATrace) {
+    Scene scene = On(kLan, [](Scene& s) { s.seconds = 7'500.0; });
+    const Outcome outcome = Judge(scene, 11);
+    for (std::size_t i = 1; i < outcome.rows.size(); ++i)  // an hour, and two
+        ASSERT_LE(std::abs(outcome.rows[i].error - outcome.rows[i - 1].error),
+                  outcome.rows[i].captured < 30.0 ? 5e-3 : 50e-6);
+}
+
 TEST(FloorLine, HoldsAgainstALongerRouteAndTellsItOnce) {
     const Scene scene = On(kWan, LongerRoute(200, 500, 15e-3));
     const Outcome outcome = Judge(scene, 3, 200.0);
