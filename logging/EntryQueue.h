@@ -28,11 +28,11 @@ public:
         Batch() = default;
         Batch(Batch&&) noexcept = default;
         Batch& operator=(Batch&& other) noexcept {
-            Release(first);
+            _Release(first);
             first = std::move(other.first);
             return *this;
         }
-        ~Batch() { Release(first); }
+        ~Batch() { _Release(first); }
 
         bool Empty() const { return !first; }
     };
@@ -40,14 +40,14 @@ public:
     EntryQueue() = default;
     EntryQueue(const EntryQueue&) = delete;
     EntryQueue& operator=(const EntryQueue&) = delete;
-    ~EntryQueue() { Release(spare_); }
+    ~EntryQueue() { _Release(spare_); }
 
     bool Empty() const { return last_ == nullptr; }
 
     /// The place for one more entry, behind all others; it counts once `Commit` is called.
     Entry& Next() {
         if (last_ == nullptr || last_->used == last_->entries.size())
-            AddBlock();
+            _AddBlock();
         return last_->entries[last_->used];
     }
 
@@ -73,9 +73,9 @@ public:
     }
 
 private:
-    static constexpr std::size_t kMostSpareBlocks = 64;
+    static constexpr std::size_t kMostSpareBlocks = 64;  // 512 entries: a tick of 51,200 messages a second
 
-    void AddBlock() {
+    void _AddBlock() {
         std::unique_ptr<Block> block;
         if (spare_) {
             block = std::move(spare_);
@@ -90,7 +90,7 @@ private:
     }
 
     /// One block after the other: a long chain must not be freed by recursion.
-    static void Release(std::unique_ptr<Block>& chain) {
+    static void _Release(std::unique_ptr<Block>& chain) {
         while (chain)
             chain = std::move(chain->next);
     }

@@ -18,13 +18,17 @@ public:
     MessageSlot& operator=(const MessageSlot&) = delete;
     ~MessageSlot() { Clear(); }
 
+    /// Does a message of this type stand in the slot itself?
+    template <class Message>
+    static constexpr bool Fits() {
+        return sizeof(Message) <= kSize && alignof(Message) <= alignof(std::max_align_t);
+    }
+
     /// Keeps `message`. The slot is empty before.
     template <class Message>
     void Put(Message&& message) {
         using Kept = std::decay_t<Message>;
-        constexpr bool kFits = sizeof(Kept) <= kSize;
-        constexpr bool kIsAligned = alignof(Kept) <= alignof(std::max_align_t);
-        if constexpr (kFits && kIsAligned) {
+        if constexpr (Fits<Kept>()) {
             ::new (static_cast<void*>(memory_)) Kept(std::forward<Message>(message));
             run_ = [](void* kept, std::stringstream& out) { (*static_cast<Kept*>(kept))(out); };
             destroy_ = [](void* kept) { static_cast<Kept*>(kept)->~Kept(); };
@@ -42,7 +46,7 @@ public:
     }
 
 private:
-    static constexpr std::size_t kSize = 224;
+    static constexpr std::size_t kSize = 144;  // a timing-log row has 136 bytes
 
     void (*run_)(void*, std::stringstream&) = nullptr;
     void (*destroy_)(void*) = nullptr;

@@ -18,8 +18,9 @@
 namespace camclock {
 namespace {
 
+// A silent camera takes 5 x 300 ms: what closing the probing may have to wait for.
 constexpr int kRequestsPerProbing = 5;
-constexpr int kRequestTimeOut_ms = 300;
+constexpr int kRequestTimeOut_ms = 300;  // five times the round trip from which on a result is refused
 constexpr std::uint32_t kFailuresBeforeTheLast = 10;
 constexpr std::int64_t kNanosecondsPerSecond = 1'000'000'000;
 /// Behind a probing, so that failures do not flood the network.

@@ -14,7 +14,7 @@ namespace camclock {
 /// mask, which leaves the oldest out.
 class LatencyWindow {
 public:
-    static constexpr std::size_t kCapacity = 51;
+    static constexpr std::size_t kCapacity = 51;  // two seconds at 25 frames/s, and odd: an exact median
 
     /// Appends the newest latency; a full window loses its oldest.
     void Append(double latency_us) {

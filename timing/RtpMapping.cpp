@@ -12,8 +12,8 @@
 namespace camclock {
 namespace {
 
-constexpr std::uint32_t kFallbacksPerMessage = 200;
-constexpr std::uint64_t kReportsPerMessage = 20;
+constexpr std::uint32_t kFallbacksPerMessage = 200;  // a packet has two: one in 4 s at 25 frames/s
+constexpr std::uint64_t kReportsPerMessage = 20;     // one in 100 s at a report every 5 s (RFC 3550, 6.2)
 
 /// Both messages about a report end alike; only the time that they print differs.
 struct ReportText {

@@ -11,9 +11,9 @@
 namespace camclock {
 namespace {
 
-constexpr std::uint64_t kLongestStep_us = 120'000'000;
-constexpr std::uint32_t kErrorsUntilShutdown = 1'000;
-constexpr std::uint64_t kPacketsPerMessage = 200;
+constexpr std::uint64_t kLongestStep_us = 120'000'000;  // two minutes without a frame: no stream does that
+constexpr std::uint32_t kErrorsUntilShutdown = 1'000;   // 40 s at 25 frames/s
+constexpr std::uint64_t kPacketsPerMessage = 200;       // one in 8 s at 25 frames/s
 
 }  // namespace
 

@@ -13,7 +13,7 @@
 namespace camclock {
 namespace {
 
-constexpr std::uint64_t kPacketsPerTrace = 200;
+constexpr std::uint64_t kPacketsPerTrace = 200;  // one in 8 s at 25 frames/s
 
 }  // namespace
 

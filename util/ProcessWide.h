@@ -28,10 +28,10 @@ template <class T>
 class ProcessWide {
 public:
     ProcessWide() {
-        Shared& shared = TheShared();
+        Shared& shared = _TheShared();
         const std::lock_guard<CriticalSection> guard(shared.lock);
-        if (shared.process != ThisProcess()) {
-            shared.process = ThisProcess();
+        if (shared.process != _ThisProcess()) {
+            shared.process = _ThisProcess();
             shared.object = nullptr;
             shared.holders = 0;
         }
@@ -43,7 +43,7 @@ public:
 
     ~ProcessWide() {
         std::unique_ptr<T> last;  // destroyed without the lock: a thread may have to be joined
-        Shared& shared = TheShared();
+        Shared& shared = _TheShared();
         const std::lock_guard<CriticalSection> guard(shared.lock);
         if (object_ == shared.object && --shared.holders == 0) {
             last.reset(shared.object);
@@ -65,12 +65,12 @@ private:
         long process = 0;  // that made `object`
     };
 
-    static Shared& TheShared() {
+    static Shared& _TheShared() {
         static Immortal<Shared> shared;
         return *shared;
     }
 
-    static long ThisProcess() {
+    static long _ThisProcess() {
 #if defined(_WIN32)
         return 1;  // never forks
 #else
