@@ -18,6 +18,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <memory>
 #include <thread>
 #include <vector>
 
@@ -30,11 +31,11 @@
 namespace camclock::bench {
 namespace {
 
-/// What a timing-log row captures.
+/// What a timing-log row captures: the packet's record is shared with the stream.
 struct Row {
     std::string streamId = "Gate 3, main: ";
-    TimingData packet{123'456'789, 90'000,        4'711,  0,    0xCAFE'BABE, 1'700'000'000,
-                      123'456,     1'700'000'000, 90'000, true, {}};
+    std::shared_ptr<TimingData> packet = std::make_shared<TimingData>(TimingData{
+        123'456'789, 90'000, 4'711, 0, 0xCAFE'BABE, 1'700'000'000, 123'456, 1'700'000'000, 90'000, true, {}});
     SyncPoint sync{123'000'000, 0xCAFE'BABE, 3'900'000'000, 0x8000'0000, 0, {}};
     std::int64_t TOR_host_ms = 1'700'000'000'123;
     std::int64_t TOC_cam_ms = 1'699'996'277'100;
@@ -53,9 +54,9 @@ void WriteRow(std::stringstream& out, const Row& row) {
         text.Append(value);
         text.Append(", ");
     };
-    field(row.streamId), field(row.packet.SSRC), field(row.packet.RTP_ts), field(row.packet.RTPFreq);
-    field(row.packet.RTPSeqnum), field(row.packet.LiveTOR_tv_sec), field(row.packet.LiveTOR_tv_usec);
-    field(row.packet.LivePts_tv_sec), field(row.packet.LivePts_tv_usec), field(row.TOR_host_ms);
+    field(row.streamId), field(row.packet->SSRC), field(row.packet->RTP_ts), field(row.packet->RTPFreq);
+    field(row.packet->RTPSeqnum), field(row.packet->LiveTOR_tv_sec), field(row.packet->LiveTOR_tv_usec);
+    field(row.packet->LivePts_tv_sec), field(row.packet->LivePts_tv_usec), field(row.TOR_host_ms);
     field(row.frameType), field(row.sync.SyncRTP), field(row.sync.SyncNTPmsw), field(row.sync.SyncNTPlsw);
     field(row.sync.SyncSSRC), field(row.TOC_cam_ms), field(row.D_ms), field(row.D_uncert_us),
         field(row.D_hat_ms);
@@ -67,10 +68,10 @@ void WriteRow(std::stringstream& out, const Row& row) {
 /// The plain way: field by field into the stream.
 void PlainWriteRow(std::stringstream& out, const Row& row) {
     out.str(std::string());
-    out << row.streamId << ", " << row.packet.SSRC << ", " << row.packet.RTP_ts << ", " << row.packet.RTPFreq
-        << ", " << row.packet.RTPSeqnum << ", " << row.packet.LiveTOR_tv_sec << ", "
-        << row.packet.LiveTOR_tv_usec << ", " << row.packet.LivePts_tv_sec << ", "
-        << row.packet.LivePts_tv_usec << ", " << row.TOR_host_ms << ", " << row.frameType << ", "
+    out << row.streamId << ", " << row.packet->SSRC << ", " << row.packet->RTP_ts << ", "
+        << row.packet->RTPFreq << ", " << row.packet->RTPSeqnum << ", " << row.packet->LiveTOR_tv_sec << ", "
+        << row.packet->LiveTOR_tv_usec << ", " << row.packet->LivePts_tv_sec << ", "
+        << row.packet->LivePts_tv_usec << ", " << row.TOR_host_ms << ", " << row.frameType << ", "
         << row.sync.SyncRTP << ", " << row.sync.SyncNTPmsw << ", " << row.sync.SyncNTPlsw << ", "
         << row.sync.SyncSSRC << ", " << row.TOC_cam_ms << ", " << row.D_ms << ", " << row.D_uncert_us << ", "
         << row.D_hat_ms << ", " << row.meanLatency_ms << ", "
@@ -124,11 +125,11 @@ void PostRow(benchmark::State& state) {
     static Log* log = nullptr;
     if (state.thread_index() == 0)
         log = new Log(new NullSink);
-    const Row row;
+    const std::vector<Row> rows(kBurst);
     PostBursts(
         state,
         [&] {
-            for (int i = 0; i < kBurst; ++i)
+            for (const Row& row : rows)
                 log->Post([row](std::stringstream& out) { Write(out, row); });
         },
         [&] { WaitUntilWritten(*log); });
@@ -153,14 +154,16 @@ BENCHMARK(PostRow<PlainLog, PlainWriteRow>)
 template <class Log, void (*Write)(std::stringstream&, const Row&)>
 void PostToSleeper(benchmark::State& state) {
     Log log(new NullSink);
-    const Row row;
+    const std::vector<Row> rows(kBurst);
+    std::size_t next = 0;
     std::vector<double> times_ns;
     for (auto _ : state) {
         std::this_thread::sleep_for(std::chrono::microseconds(500));
         const auto before = std::chrono::steady_clock::now();
-        log.Post([row](std::stringstream& out) { Write(out, row); });
+        log.Post([row = rows[next]](std::stringstream& out) { Write(out, row); });
         const auto after = std::chrono::steady_clock::now();
         times_ns.push_back(std::chrono::duration<double, std::nano>(after - before).count());
+        next = (next + 1) % rows.size();
         state.SetIterationTime(times_ns.back() * 1e-9);
     }
     std::nth_element(times_ns.begin(), times_ns.begin() + static_cast<std::ptrdiff_t>(times_ns.size() / 2),
@@ -179,11 +182,11 @@ BENCHMARK(PostToSleeper<PlainLog, PlainWriteRow>)
 #if defined(CAMCLOCK_BENCH_SPDLOG)
 void SpdlogRow(spdlog::logger& logger, const Row& row) {
     logger.info("{}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, {}, ",
-                row.streamId, row.packet.SSRC, row.packet.RTP_ts, row.packet.RTPFreq, row.packet.RTPSeqnum,
-                row.packet.LiveTOR_tv_sec, row.packet.LiveTOR_tv_usec, row.packet.LivePts_tv_sec,
-                row.packet.LivePts_tv_usec, row.TOR_host_ms, row.frameType, row.sync.SyncRTP,
-                row.sync.SyncNTPmsw, row.sync.SyncNTPlsw, row.sync.SyncSSRC, row.TOC_cam_ms, row.D_ms,
-                row.D_uncert_us, row.D_hat_ms, row.meanLatency_ms);
+                row.streamId, row.packet->SSRC, row.packet->RTP_ts, row.packet->RTPFreq,
+                row.packet->RTPSeqnum, row.packet->LiveTOR_tv_sec, row.packet->LiveTOR_tv_usec,
+                row.packet->LivePts_tv_sec, row.packet->LivePts_tv_usec, row.TOR_host_ms, row.frameType,
+                row.sync.SyncRTP, row.sync.SyncNTPmsw, row.sync.SyncNTPlsw, row.sync.SyncSSRC, row.TOC_cam_ms,
+                row.D_ms, row.D_uncert_us, row.D_hat_ms, row.meanLatency_ms);
 }
 
 struct SpdlogAsync {
@@ -297,10 +300,10 @@ BENCHMARK(SpdlogMillionRows)
 template <class Log, void (*Write)(std::stringstream&, const Row&)>
 std::string WrittenBy() {
     {
-        Row row;
         Log log(new OfStreamWrap(new std::ofstream(ScratchFile())));
         for (int i = 0; i < 1'000; ++i) {
-            row.packet.RTPSeqnum = static_cast<std::uint32_t>(i);
+            Row row;
+            row.packet->RTPSeqnum = static_cast<std::uint32_t>(i);
             row.D_ms = -i;
             log.Post([row](std::stringstream& out) { Write(out, row); });
         }

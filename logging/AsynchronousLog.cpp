@@ -86,7 +86,7 @@ void AsynchronousLog::_TakeQueue(EntryQueue<Entry>::Batch& batch) {
     auto written = std::move(batch);  // what is too much to keep is freed without the lock
     const std::lock_guard<std::mutex> guard(queueMutex_);
     queue_.Recycle(written);
-    sleeper_.WakeAt(Sleeper::kNever);
+    sleeper_.WakeAt(Sleeper::kNever, std::memory_order_release);
     batch = queue_.TakeAll();
 }
 

@@ -55,7 +55,7 @@ public:
         const Stamp stamp = _StampNow();
         const std::lock_guard<std::mutex> guard(queueMutex_);
         if (queue_.Empty())
-            sleeper_.WakeAt(Sleeper::kNow);
+            sleeper_.WakeAt(Sleeper::kNow, std::memory_order_release);
         Entry& entry = queue_.Next();
         entry.stamp = stamp;
         entry.message.Put(std::forward<Callable>(message));

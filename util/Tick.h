@@ -100,8 +100,11 @@ public:
     /// again. Any thread; never waits.
     ///
     /// Sequentially consistent: a sleeper that calls it and then looks for work, and one that makes work and
-    /// then calls it, cannot both miss the other.
-    void WakeAt(std::int64_t time_ns) { wakeAt_ns_ = time_ns; }
+    /// then calls it, cannot both miss the other. Where both do so under one lock,
+    /// `std::memory_order_release` will do and spares the caller a wait for the cache line.
+    void WakeAt(std::int64_t time_ns, std::memory_order order = std::memory_order_seq_cst) {
+        wakeAt_ns_.store(time_ns, order);
+    }
 
     /// Waits for a tick that finds the time come, or for `Rouse`; returns at once when there has been one
     /// since the last call. The owner's thread alone.
