@@ -27,6 +27,8 @@ constexpr std::uint32_t kSettled = 26;
 constexpr milliseconds kSmallStep{20};
 /// A report whose stamp lies further from the frames' than this knows nothing of them.
 constexpr seconds kOfOneKind{60};
+/// The floor line takes stamps that run back for B frames at first; after so many frames it has noticed.
+constexpr std::uint32_t kLineNotices = 16;
 /// Where threads cannot be had, it is tried again after this.
 constexpr seconds kNextTry{1};
 constexpr std::size_t kHistory = 256;
@@ -261,6 +263,8 @@ void StreamSession::_BeginEpoch(Cause cause, const Assembled* frame) {
     reports_.Restart(first);
     unfed_ = first;
 
+    if (cause == Cause::kStampsSet && static_cast<std::int32_t>(frame->rtp_ts - newest_.rtp_ts) < 0)
+        lineBehind_ = kLineNotices;
     const bool anotherRtpClock =
         cause == Cause::kSourceChanged || (cause == Cause::kRestarted && !_RtpClockWentOn(*frame));
     if (anotherRtpClock) {
@@ -417,7 +421,11 @@ void StreamSession::_AnswerByMedian(const Assembled& frame, const Step& step, Fr
 void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
     const FloorLine::Answer line = line_.Feed(frame.arrival_host, frame.rtp_ts);
     const TimePoint captured = Moved(line.fastest_host, -ToTicks(camera_->LeastLatency()));
-    out.precise_host = line.uncertainty ? (std::min)(captured, frame.arrival_host) : out.median_host;
+    lineBehind_ -= lineBehind_ > 0 ? 1 : 0;
+    if (line.happened && line_.LastEvent().kind == FloorLine::Event::Kind::kSet)
+        lineBehind_ = 0;
+    const bool known = line.uncertainty && lineBehind_ == 0;
+    out.precise_host = known ? (std::min)(captured, frame.arrival_host) : out.median_host;
     if (camera_->settings.cameraDelay)
         _Bound(line, out);
     if (line.happened && line_.LastEvent().kind == FloorLine::Event::Kind::kSet)
@@ -427,8 +435,8 @@ void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
         _Raise(Event::Kind::kRouteChanged, "the way through the network changed by " + Milliseconds(size),
                size);
     }
-    if (camera_->settings.estimator != Estimator::kFloorLine || !line.uncertainty)
-        return;  // a lost line leaves the answer to the median
+    if (camera_->settings.estimator != Estimator::kFloorLine || !known)
+        return;  // the answer is left to the median
     out.captured_host = out.precise_host;
     out.uncertainty = line.uncertainty;
     out.trust = captured > frame.arrival_host ? Trust::kReplaced

@@ -115,6 +115,8 @@ private:
     bool hasFrame_ = false;                  // the epoch has had a frame
     std::optional<std::chrono::milliseconds> expectedD_;  // the last epoch's
     FloorLine line_;
+    std::uint32_t lineBehind_ =
+        0;  // frames for which it may not have noticed yet that the stamps were set back
 
     // ---- the newest stamp
     bool started_ = false;

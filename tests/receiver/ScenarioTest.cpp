@@ -476,6 +476,22 @@ TEST(ReceiverScenario, TheFloorLineAnswersWithItsUncertainty) {
     EXPECT_EQ(watched.frames.back().frame.trust, Trust::kGood);
 }
 
+TEST(ReceiverScenario, TheFloorLineIsNotGoodBehindStampsThatWereSet) {
+    for (const seconds by : {seconds(-30), seconds(-1), seconds(1), seconds(30)}) {
+        sim::RtpCamera::Settings device = Lan(32);
+        device.rtpFromWallClock = true;
+        Settings settings = Watched::For(device);
+        settings.leastLatency = std::chrono::microseconds(27'860);
+        settings.estimator = Estimator::kFloorLine;
+        Watched watched(device, settings);
+        watched.device.At(seconds(100), [by](sim::RtpCamera& camera) { camera.SetWallClock(by); });
+        watched.Run(4'000);
+        EXPECT_LE(watched.WorstGood_ms(), 0.5) << by.count();
+        EXPECT_LE(watched.Worst_ms(), 30.0);
+        EXPECT_GT(watched.Count(Trust::kGood), 3'900U);
+    }
+}
+
 TEST(ReceiverScenario, TheFloorLineNeedsNoReports) {
     sim::RtpCamera::Settings device = Lan(31);
     device.reportInterval = Ticks(0);
