@@ -8,11 +8,12 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <map>
 #include <mutex>
-#include <sstream>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -69,9 +70,10 @@ public:
         const std::lock_guard<std::mutex> guard(mutex_);
         made_[stamp] = made;
     }
-    TimePoint Of(std::uint32_t stamp) const {
+    std::optional<TimePoint> Of(std::uint32_t stamp) const {
         const std::lock_guard<std::mutex> guard(mutex_);
-        return made_.at(stamp);
+        const auto found = made_.find(stamp);
+        return found == made_.end() ? std::nullopt : std::optional(found->second);
     }
 
 private:
@@ -119,6 +121,19 @@ struct Sender {
     }
 };
 
+/// A machine under load delays packets, and no median is farther off than the delays that it is of: the bound
+/// is wider by the greatest that so many frames had.
+constexpr std::size_t kWindow = 60;
+
+/// The time of day of a text such as "2026-11-21T02:40:11.123Z" less that of `time`, in ms. Wrong by whole
+/// days is wrong by hours here, too.
+double Difference_ms(const std::string& text, TimePoint time) {
+    const double text_s = std::stod(text.substr(17)) + 60.0 * std::stod(text.substr(14, 2)) +
+                          3'600.0 * std::stod(text.substr(11, 2));
+    const auto day = std::chrono::duration_cast<Ticks>(std::chrono::hours(24));
+    return (text_s - std::chrono::duration<double>(time.time_since_epoch() % day).count()) * 1'000.0;
+}
+
 struct Misbehaviour {
     const char* name;
     std::function<void(Player&, Truth&)> play;
@@ -140,24 +155,28 @@ TEST_P(MisbehavingCamera, GivesNoFrameThatIsGoodAndWrong) {
                    GetParam().options + " " + server.Url());
     ASSERT_EQ(outcome.exitCode, 0) << outcome.err;
     int good = 0;
+    std::vector<double> delays_ms;
     std::int64_t lastPts = -1;
     for (const std::string& line : outcome.OutLines()) {
         const auto frame = nlohmann::json::parse(line);
+        const std::optional<TimePoint> made = truth.Of(frame["rtp_ts"].get<std::uint32_t>());
+        if (!made) {
+            EXPECT_NE(frame["trust"], "good") << line;  // of another source
+            continue;
+        }
+        const double delay_ms = Difference_ms(frame["TOR_host"], *made);
+        delays_ms.push_back(std::fabs(delay_ms - static_cast<double>(kLatency.count())));
+        if (delays_ms.size() > kWindow)
+            delays_ms.erase(delays_ms.begin());
         if (frame["trust"] != "good")
             continue;
         ++good;
-        const std::string median = frame["median"];
-        // Seconds of the minute are enough: whoever is wrong by whole minutes is wrong by an hour here.
-        const TimePoint made = truth.Of(frame["rtp_ts"].get<std::uint32_t>());
-        const double answer_s = std::stod(median.substr(17, 9)) + 60.0 * std::stod(median.substr(14, 2)) +
-                                3'600.0 * std::stod(median.substr(11, 2));
-        const auto day = std::chrono::duration_cast<Ticks>(std::chrono::hours(24));
-        const double truth_s = std::chrono::duration<double>(made.time_since_epoch() % day).count();
-        EXPECT_LE(std::fabs(answer_s - truth_s) * 1'000.0, kBound_ms) << line;
+        const double error_ms = std::fabs(Difference_ms(frame["TOC_host"], *made));
+        EXPECT_LE(error_ms, kBound_ms + *std::max_element(delays_ms.begin(), delays_ms.end())) << line;
+        EXPECT_NE(frame["stable_pts"], lastPts) << line;
         lastPts = frame["stable_pts"];
     }
     EXPECT_GE(good, GetParam().leastGood) << outcome.err;
-    EXPECT_GE(lastPts, -1);
 }
 
 const Misbehaviour kMisbehaviours[]{

@@ -51,7 +51,7 @@ TEST(Demo, FindsTheTimesOfCaptureOverUdpAndTcp) {
 
 TEST(Demo, WithoutEnoughTimeSaysSoAndFails) {
     CAMCLOCK_REQUIRE_STREAM(TestCamera::Stream::kH264);
-    const Outcome outcome = RunProgram("demo --duration 0.2 --transport tcp");
+    const Outcome outcome = RunProgram("demo --duration 1.5 --transport tcp");
     EXPECT_EQ(outcome.exitCode, 12);
     EXPECT_NE(outcome.err.find("camclock: no sync: no frame could be compared with the truth; "
                                "let it run longer with --duration\n"),
