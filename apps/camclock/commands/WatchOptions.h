@@ -48,6 +48,7 @@ CLI::Option* AddChoice(CLI::App& command, const std::string& option, T& target,
                        const std::vector<std::pair<std::string, T>>& choices, const std::string& text) {
     const auto take = [option, choices, &target](const std::string& name) {
         std::vector<std::string> names;
+        names.reserve(choices.size());
         for (const auto& choice : choices)
             names.push_back(choice.first);
         target = choices[ChoiceOf(option, name, names)].second;

@@ -29,7 +29,7 @@ constexpr milliseconds kLongestClosing{500};
 constexpr std::chrono::seconds kStalled{2};
 
 /// While so much waits to be taken by a slow reader, frames wait in the queue, where the oldest are dropped.
-constexpr std::size_t kMostPending = 64 * 1024;
+constexpr std::size_t kMostPending = 65'536;
 
 std::string CodecText(const receiver::Format& format) {
     return format.encoding.empty() ? "?" : std::string(receiver::NameForPeople(format.encoding));
@@ -265,7 +265,7 @@ void WatchRun::_Summarise() {
             fmt::format("{} frames were not printed: standard output could not keep up", queue_.Dropped()));
 }
 
-std::string WatchRun::_StateText(const Stream& stream) const {
+std::string WatchRun::_StateText(const Stream& stream) {
     switch (stream.camera->GetState()) {
     case CameraWatch::State::kConnecting: return "connecting";
     case CameraWatch::State::kReceiving: break;

@@ -72,14 +72,14 @@ private:
     void _CheckForFrames();
     void _Fail(const Failure& failure);
     void _Close();
-    std::shared_ptr<receiver::Camera> _CameraOf(std::size_t target);
+    std::shared_ptr<receiver::Camera> _CameraOf(std::size_t index);
     void _TakeEvents();
     void _Tell(const std::string& news);
     void _Stop();
     void _TakeRows(std::chrono::milliseconds timeOut);
     void _Summarise();
     std::vector<StreamLine> _Lines() const;
-    std::string _StateText(const Stream& stream) const;
+    static std::string _StateText(const Stream& stream);
 
     // Rows wait here while the printer is busy: more than a minute of four cameras.
     static constexpr int kQueueCapacity = 8'192;

@@ -8,14 +8,14 @@
 namespace camclock::app {
 
 CameraWatch::CameraWatch(std::string name, std::shared_ptr<receiver::Camera> camera, Numbers numbers,
-                         StreamUrl url, const ConnectionSettings& connection,
+                         StreamUrl url, ConnectionSettings connection,
                          std::optional<std::chrono::milliseconds> requireReports, SourceMaker makeSource,
                          Rows rows)
     : name_(std::move(name))
     , camera_(std::move(camera))
     , numbers_(numbers)
     , url_(std::move(url))
-    , connection_(connection)
+    , connection_(std::move(connection))
     , requireReports_(requireReports)
     , makeSource_(std::move(makeSource))
     , rows_(std::move(rows)) {}

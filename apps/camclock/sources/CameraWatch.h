@@ -48,7 +48,7 @@ public:
 
     /// `requireReports`: so long may the picture be without a sender report.
     CameraWatch(std::string name, std::shared_ptr<receiver::Camera> camera, Numbers numbers, StreamUrl url,
-                const ConnectionSettings& connection, std::optional<std::chrono::milliseconds> requireReports,
+                ConnectionSettings connection, std::optional<std::chrono::milliseconds> requireReports,
                 SourceMaker makeSource, Rows rows);
     ~CameraWatch();
 

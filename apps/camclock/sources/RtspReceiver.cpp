@@ -194,9 +194,9 @@ struct RtspReceiver::Pipeline {
     std::optional<Failure> found;  // by the worker
     bool looking = false;          // the worker is asked why there is no connection
 
-    Pipeline(const StreamUrl& from, const ConnectionSettings& with, Taker wanted);
-    void Configure();
-    Failure Explain(const BusError& error);
+    Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted);
+    void Configure() const;
+    Failure Explain(const BusError& error) const;
     void Shut();
 
     // ---- GStreamer's callbacks, on its threads ----
@@ -325,9 +325,9 @@ struct RtspReceiver::Pipeline {
     }
 };
 
-RtspReceiver::Pipeline::Pipeline(const StreamUrl& from, const ConnectionSettings& with, Taker wanted)
-    : url(from)
-    , settings(with)
+RtspReceiver::Pipeline::Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted)
+    : url(std::move(from))
+    , settings(std::move(with))
     , taker(std::move(wanted)) {
     pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
     bus.reset(gst_element_get_bus(pipeline.get()));
@@ -343,7 +343,7 @@ RtspReceiver::Pipeline::Pipeline(const StreamUrl& from, const ConnectionSettings
     gst_bin_add(GST_BIN(pipeline.get()), source);
 }
 
-void RtspReceiver::Pipeline::Configure() {
+void RtspReceiver::Pipeline::Configure() const {
     constexpr auto kUdp = GST_RTSP_LOWER_TRANS_UDP | GST_RTSP_LOWER_TRANS_UDP_MCAST;
     const int protocols = settings.transport == Transport::kUdp   ? kUdp
                           : settings.transport == Transport::kTcp ? GST_RTSP_LOWER_TRANS_TCP
@@ -384,7 +384,7 @@ RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& setti
     , worker_(worker) {}
 
 RtspReceiver::~RtspReceiver() {
-    Close();
+    RtspReceiver::Close();
 }
 
 void RtspReceiver::Start() {
@@ -441,7 +441,7 @@ std::optional<Failure> RtspReceiver::Poll() {
 }
 
 /// With the lock held.
-Failure RtspReceiver::Pipeline::Explain(const BusError& error) {
+Failure RtspReceiver::Pipeline::Explain(const BusError& error) const {
     if (error.status != 0)
         return FailureOfStatus(error.status, error.reason);
     if (feeds.empty())

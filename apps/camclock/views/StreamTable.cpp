@@ -54,11 +54,13 @@ struct Cell {
 TextTable Fill(const std::vector<Cell>& cells, std::vector<StreamLine>::const_iterator begin,
                std::vector<StreamLine>::const_iterator end) {
     std::vector<TextTable::Column> columns;
+    columns.reserve(cells.size());
     for (const Cell& cell : cells)
         columns.push_back(cell.column);
     TextTable table(std::move(columns));
     for (auto stream = begin; stream != end; ++stream) {
         std::vector<std::string> row;
+        row.reserve(cells.size());
         for (const Cell& cell : cells)
             row.push_back(cell.needsFrames && stream->statistics->Frames() == 0 ? "-" : cell.text(*stream));
         table.AddRow(std::move(row));

@@ -43,14 +43,28 @@ std::vector<std::size_t> TextTable::_Widths() const {
     return widths;
 }
 
-std::vector<std::string> TextTable::Lines(std::size_t width) const {
+/// The shown column of the greatest rank gets no width; false when all that are left stay.
+bool TextTable::_DropOne(std::vector<std::size_t>& widths) const {
+    std::size_t next = columns_.size();
+    for (std::size_t i = 0; i < columns_.size(); ++i) {
+        const bool mayGo = widths[i] > 0 && columns_[i].rank > 0;
+        if (mayGo && (next == columns_.size() || columns_[i].rank > columns_[next].rank))
+            next = i;
+    }
+    if (next == columns_.size())
+        return false;
+    widths[next] = 0;
+    return true;
+}
+
+/// The widths of the columns within a line; 0 for those that are left out.
+std::vector<std::size_t> TextTable::_Fit(std::size_t width) const {
     std::vector<std::size_t> widths = _Widths();
-    std::vector<bool> shown(columns_.size(), true);
-    const auto tooMuch = [&] {
+    const auto tooMuch = [&widths, width] {
         std::size_t total = 0;
-        for (std::size_t i = 0; i < widths.size(); ++i)
-            if (shown[i])
-                total += widths[i] + (total == 0 ? 0 : kGap);
+        for (const std::size_t column : widths)
+            if (column > 0)
+                total += column + (total == 0 ? 0 : kGap);
         return total > width ? total - width : 0;
     };
     const auto cut = [&](std::size_t least) {
@@ -59,23 +73,19 @@ std::vector<std::string> TextTable::Lines(std::size_t width) const {
                 widths[i] -= std::min(tooMuch(), widths[i] - least);
     };
     cut(kWellCut);
-    while (tooMuch() > 0) {
-        std::size_t next = columns_.size();
-        for (std::size_t i = 0; i < columns_.size(); ++i)
-            if (shown[i] && columns_[i].rank > 0 &&
-                (next == columns_.size() || columns_[i].rank > columns_[next].rank))
-                next = i;
-        if (next == columns_.size())
-            break;
-        shown[next] = false;
+    while (tooMuch() > 0 && _DropOne(widths)) {
     }
     cut(1);
+    return widths;
+}
 
+std::vector<std::string> TextTable::Lines(std::size_t width) const {
+    const std::vector<std::size_t> widths = _Fit(width);
     std::vector<std::string> lines;
     for (const auto& row : rows_) {
         std::string line;
         for (std::size_t i = 0; i < row.size(); ++i) {
-            if (!shown[i])
+            if (widths[i] == 0)
                 continue;
             const std::string cell = CutToWidth(row[i], widths[i]);
             const std::string padding(widths[i] - ShownWidth(cell), ' ');

@@ -32,6 +32,8 @@ public:
 
 private:
     std::vector<std::size_t> _Widths() const;
+    std::vector<std::size_t> _Fit(std::size_t width) const;
+    bool _DropOne(std::vector<std::size_t>& widths) const;
 
     std::vector<Column> columns_;
     std::vector<std::vector<std::string>> rows_;
