@@ -1,5 +1,6 @@
 #include "Measure.h"
 
+#include "receiver/StreamSession.h"
 #include "sim/RtpCamera.h"
 
 #include <camclock/Receiver.h>
@@ -86,6 +87,7 @@ void Feed(benchmark::State& state, std::uint32_t packetsOfFrame) {
     Measure(state, next);
     state.counters["allocations"] = benchmark::Counter(static_cast<double>(allocations - before) /
                                                        static_cast<double>(state.iterations()));
+    state.counters["bytes"] = sizeof(receiver::StreamSession);  // of a stream, besides its last 256 frames
     benchmark::DoNotOptimize(frames);
 }
 

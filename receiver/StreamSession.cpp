@@ -35,6 +35,9 @@ constexpr std::size_t kHistory = 256;
 /// A line without uncertainty may be this far off (`Frame::bound`).
 constexpr seconds kLostLine{1};
 
+// A recorder has thousands of them.
+static_assert(sizeof(StreamSession) <= 3 * 1024);
+
 std::string Milliseconds(Ticks time) {
     return std::to_string(std::chrono::duration_cast<milliseconds>(time).count()) + " ms";
 }
