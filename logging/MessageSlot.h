@@ -21,7 +21,8 @@ public:
     /// Does a message of this type stand in the slot itself?
     template <class Message>
     static constexpr bool Fits() {
-        return sizeof(Message) <= kSize && alignof(Message) <= alignof(std::max_align_t);
+        constexpr bool kIsSmall = sizeof(Message) <= kSize;
+        return kIsSmall && alignof(Message) <= alignof(std::max_align_t);
     }
 
     /// Keeps `message`. The slot is empty before.
