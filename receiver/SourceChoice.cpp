@@ -2,6 +2,7 @@
 
 #include "receiver/TimeArithmetic.h"
 
+#include <cstddef>
 #include <utility>
 
 namespace camclock::receiver {
@@ -52,20 +53,22 @@ void SourceChoice::Restart() {
     next_.reset();
     inSequence_ = 0;
     proven_ = false;
-    for (Candidate& candidate : candidates_)
-        candidate = Candidate{};
+    candidates_.clear();
 }
 
 /// Its own place, else that of the least promising.
 SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
-    Candidate* least = &candidates_.front();
+    Candidate* least = nullptr;
     for (Candidate& candidate : candidates_) {
-        if (candidate.inSequence > 0 && candidate.ssrc == arrived.ssrc)
+        if (candidate.ssrc == arrived.ssrc)
             return candidate;
-        if (candidate.inSequence != least->inSequence ? candidate.inSequence < least->inSequence
-                                                      : candidate.last_host < least->last_host)
+        if (least == nullptr ||
+            (candidate.inSequence != least->inSequence ? candidate.inSequence < least->inSequence
+                                                       : candidate.last_host < least->last_host))
             least = &candidate;
     }
+    if (candidates_.size() < kCandidates)
+        least = &candidates_.emplace_back();
     least->ssrc = arrived.ssrc;
     least->inSequence = 0;
     least->kept.clear();
@@ -75,7 +78,8 @@ SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
 void SourceChoice::_Count(Candidate& candidate, const Arrived& arrived) {
     const TimePoint now = arrived.piece.arrival_host;
     const bool follows = candidate.inSequence > 0 && arrived.Follows(candidate.next);
-    const bool paused = candidate.inSequence > 0 && Elapsed(candidate.last_host, now) > kPause;
+    const bool paused = candidate.inSequence > 0 && Elapsed(candidate.last_host, now) > kPause &&
+                        last_host_ > candidate.last_host;
     if (paused)
         candidate.kept.clear();
     // Once it has been in sequence, a lost packet does not take that away (RFC 3550, A.1).
@@ -85,9 +89,21 @@ void SourceChoice::_Count(Candidate& candidate, const Arrived& arrived) {
         ++candidate.inSequence;
     candidate.next = arrived.Next();
     candidate.last_host = now;
-    if (candidate.kept.size() == kKept)
-        candidate.kept.erase(candidate.kept.begin(), candidate.kept.begin() + kKept / 2);
     candidate.kept.push_back(arrived);
+    _BoundKept();
+}
+
+/// Whoever has most loses the older half. The newest packet of a candidate always stays.
+void SourceChoice::_BoundKept() {
+    std::size_t all = 0;
+    std::vector<Arrived>* most = &candidates_.front().kept;
+    for (Candidate& candidate : candidates_) {
+        all += candidate.kept.size();
+        if (candidate.kept.size() > most->size())
+            most = &candidate.kept;
+    }
+    if (most->size() > kKeptOfOne || all > kKept)
+        most->erase(most->begin(), most->begin() + static_cast<std::ptrdiff_t>(most->size() / 2));
 }
 
 }  // namespace camclock::receiver

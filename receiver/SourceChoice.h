@@ -4,7 +4,6 @@
 
 #include <camclock/TimePoint.h>
 
-#include <array>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -30,8 +29,7 @@ struct Arrived {
 /// packet in sequence, once the old one has been silent for a second, or at once after the old one's BYE.
 /// Until then it is foreign; what has come of it meanwhile is kept and handed over when it is believed.
 ///
-/// One thread at a time. It allocates only for foreign packets, and no more than `kCandidates` times `kKept`
-/// of them.
+/// One thread at a time. It allocates only for foreign packets, and keeps no more than `kKept` of them.
 class SourceChoice {
 public:
     enum class Verdict {
@@ -56,22 +54,26 @@ public:
 private:
     static constexpr int kInSequence = 3;
     static constexpr std::chrono::seconds kSilence{1};
-    static constexpr std::size_t kCandidates = 4;
-    /// More than a second of 20 Mbit/s.
-    static constexpr std::size_t kKept = 2'048;
-    /// A candidate that pauses for longer starts anew: a stray packet now and then is no source.
+    /// Strays of other sources may come between the packets of the next one.
+    static constexpr std::size_t kCandidates = 64;
+    /// Of one candidate: more than a second of 20 Mbit/s.
+    static constexpr std::size_t kKeptOfOne = 2'048;
+    static constexpr std::size_t kKept = 4 * kKeptOfOne;
+    /// A candidate that pauses for longer while the source goes on starts anew: a stray packet now and then
+    /// is none. Where the source is silent, a candidate may be as slow as it likes.
     static constexpr std::chrono::seconds kPause{2};
 
     struct Candidate {
         std::uint32_t ssrc = 0;
-        int inSequence = 0;  // 0: the place is free
+        int inSequence = 0;  // 0: nothing has been counted yet
         std::uint16_t next = 0;
         TimePoint last_host{};
         std::vector<Arrived> kept;
     };
 
     Candidate& _CandidateFor(const Arrived& arrived);
-    static void _Count(Candidate& candidate, const Arrived& arrived);
+    void _Count(Candidate& candidate, const Arrived& arrived);
+    void _BoundKept();
 
     std::optional<std::uint32_t> source_;
     std::optional<std::uint16_t> next_;   // sequence number that follows it
@@ -79,7 +81,7 @@ private:
     bool proven_ = false;                 // there have been enough of them
     TimePoint last_host_{};               // arrival of the source's last packet
     std::optional<TimePoint> left_host_;  // it has said BYE
-    std::array<Candidate, kCandidates> candidates_;
+    std::vector<Candidate> candidates_;   // none before the first foreign packet
     std::vector<Arrived> believed_;
 };
 

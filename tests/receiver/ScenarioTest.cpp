@@ -252,6 +252,42 @@ TEST(ReceiverScenario, AStrayPacketBeforeTheFirstIsNoSourceForLong) {
     EXPECT_LE(watched.WorstGood_ms(), kGood_ms);
 }
 
+TEST(ReceiverScenario, ASlowSourceIsBelievedToo) {
+    sim::RtpCamera::Settings settings = Lan(16);
+    settings.framePeriod = Ticks(30'000'000);  // a frame in 3 s
+    settings.packetsOfKeyFrame = 1;
+    settings.packetsOfFrame = 1;
+    Watched watched(settings);
+    watched.device.At(seconds(160), [](sim::RtpCamera& camera) { camera.ChangeSource(); });
+    watched.Run(200);
+    EXPECT_EQ(watched.frames.size(), 200U) << "its packets are kept meanwhile";
+    EXPECT_EQ(watched.Count(Event::Kind::kSourceChanged), 1U);
+    EXPECT_EQ(watched.stream->Snapshot().packets, watched.fedPackets);
+}
+
+TEST(ReceiverScenario, StraysBetweenItsPacketsDoNotHideAnotherSource) {
+    sim::RtpCamera::Settings settings = Lan(16);
+    settings.packetsOfKeyFrame = 1;
+    settings.packetsOfFrame = 1;
+    Watched watched(settings);
+    sim::Random random(20);
+    std::uint64_t strays = 0;
+    watched.device.At(seconds(20), [](sim::RtpCamera& camera) { camera.ChangeSource(); });
+    watched.Run(1'000, [&](const sim::Datagram& datagram) {
+        for (int i = 0; datagram.frame > 0 && i < 20; ++i) {
+            const auto bytes =
+                sim::RtpCamera::RtpBytes(96, true, static_cast<std::uint16_t>(random.Next()), 4711,
+                                         static_cast<std::uint32_t>(random.Next()), {0x65, 0x88});
+            watched.stream->FeedRtp(bytes.data(), bytes.size(), datagram.arrived_host);
+            ++strays;
+        }
+    });
+    EXPECT_EQ(watched.frames.size(), 1'000U);
+    EXPECT_EQ(watched.frames.back().frame.epoch, 2U);
+    EXPECT_EQ(watched.stream->Snapshot().packets, watched.fedPackets);
+    EXPECT_GE(watched.stream->Snapshot().foreign, strays);
+}
+
 TEST(ReceiverScenario, OfTwoSourcesInTurnTheFirstStays) {
     Watched watched(Lan(17));
     sim::RtpCamera::Settings otherSettings = Lan(18);
