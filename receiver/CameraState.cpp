@@ -6,19 +6,58 @@
 #include <utility>
 
 namespace camclock::receiver {
+namespace {
+
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+
+/// No picture is on its way for longer, nor does any arrive so long before it was taken.
+constexpr std::chrono::hours kLongestLatency{24};
+/// Longer than an era of NTP (RFC 5905, 6), by which clocks may differ.
+constexpr std::chrono::hours kGreatestDifference{24 * 365 * 200};
+
+template <class Duration>
+Duration Bounded(Duration duration, Duration most) {
+    return std::clamp(duration, -most, most);
+}
+
+/// Settings with which no sum of times leaves its range.
+Settings Bounded(Settings settings) {
+    settings.meanLatency = Bounded<milliseconds>(settings.meanLatency, kLongestLatency);
+    if (settings.leastLatency)
+        settings.leastLatency = Bounded<microseconds>(*settings.leastLatency, kLongestLatency);
+    if (settings.cameraDelay) {
+        settings.cameraDelay = {Bounded<microseconds>(settings.cameraDelay->first, kLongestLatency),
+                                Bounded<microseconds>(settings.cameraDelay->second, kLongestLatency)};
+    }
+    if (settings.expectedDifference)
+        settings.expectedDifference =
+            Bounded<milliseconds>(*settings.expectedDifference, kGreatestDifference);
+    return settings;
+}
+
+}  // namespace
 
 CameraState::CameraState(std::string cameraName, Settings cameraSettings,
                          std::function<void(const Event&)> onEvent)
     : name(std::move(cameraName))
-    , settings(std::move(cameraSettings))
+    , settings(Bounded(std::move(cameraSettings)))
     , meanLatency_ms_(settings.meanLatency.count())
     , leastLatency_us_(settings.leastLatency ? settings.leastLatency->count() : 0)
     , leastIsSet_(settings.leastLatency.has_value())
     , onEvent_(std::move(onEvent)) {}
 
-std::chrono::microseconds CameraState::LeastLatency() const {
-    return leastIsSet_ ? std::chrono::microseconds(leastLatency_us_)
-                       : std::chrono::duration_cast<std::chrono::microseconds>(ToTicks(MeanLatency()));
+void CameraState::SetMeanLatency(milliseconds latency) {
+    meanLatency_ms_ = Bounded<milliseconds>(latency, kLongestLatency).count();
+}
+
+void CameraState::SetLeastLatency(microseconds latency) {
+    leastLatency_us_ = Bounded<microseconds>(latency, kLongestLatency).count();
+    leastIsSet_ = true;
+}
+
+microseconds CameraState::LeastLatency() const {
+    return leastIsSet_ ? microseconds(leastLatency_us_) : microseconds(MeanLatency());
 }
 
 void CameraState::Raise(Event::Kind kind, const std::string& stream, const std::string& text, Ticks size) {

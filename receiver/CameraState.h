@@ -28,15 +28,12 @@ public:
     CameraState& operator=(const CameraState&) = delete;
 
     const std::string name;
-    const Settings settings;
+    const Settings settings;  // bounded: latencies to a day, the expected difference to two centuries
     PtsBoard pts;
     Graveyard graveyard;
 
-    void SetMeanLatency(std::chrono::milliseconds latency) { meanLatency_ms_ = latency.count(); }
-    void SetLeastLatency(std::chrono::microseconds latency) {
-        leastLatency_us_ = latency.count();
-        leastIsSet_ = true;
-    }
+    void SetMeanLatency(std::chrono::milliseconds latency);
+    void SetLeastLatency(std::chrono::microseconds latency);
     std::chrono::milliseconds MeanLatency() const { return std::chrono::milliseconds(meanLatency_ms_); }
     std::chrono::microseconds LeastLatency() const;
 

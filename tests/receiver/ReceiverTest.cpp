@@ -440,6 +440,42 @@ TEST(ReceiverLog, TheLibraryIsNeverAskedWhatItCannotStamp) {
     EXPECT_EQ(errors, 0U);
 }
 
+// ---- any setting
+
+TEST(ReceiverHostile, AnySettings) {
+    for (const milliseconds latency : {(milliseconds::max)(), (milliseconds::min)(), milliseconds(-30)}) {
+        for (const microseconds least : {(microseconds::max)(), (microseconds::min)()}) {
+            Settings settings;
+            settings.meanLatency = latency;
+            settings.leastLatency = least;
+            settings.cameraDelay = {least, (microseconds::max)()};
+            settings.packetTimeOut = latency;
+            settings.reportTimeOut = latency;
+            settings.requireReports = true;
+            settings.expectedDifference = latency;
+            settings.estimator = least.count() > 0 ? Estimator::kMedian : Estimator::kFloorLine;
+            ByHand t(settings);
+            t.stream->FeedReport(kSsrc, t.Ntp(), t.rtp, t.now);
+            t.Frames(60);
+            t.camera.SetMeanLatency((milliseconds::min)());
+            t.camera.SetLeastLatency((microseconds::min)());
+            t.Frames(60);
+            t.camera.SetMeanLatency((milliseconds::max)());
+            t.Frames(2);
+            t.stream->Restarted();
+            t.Frames(2);
+            t.camera.Poll();
+            t.stream->Map(t.rtp);
+            t.stream->Snapshot();
+            ASSERT_EQ(t.frames.size(), 124U);
+            for (std::size_t i = 0; i < t.frames.size(); ++i) {
+                ASSERT_LE(t.frames[i].captured_host, t.frames[i].arrived_host) << i;
+                ASSERT_TRUE(i == 0 || t.frames[i].pts > t.frames[i - 1].pts) << i;
+            }
+        }
+    }
+}
+
 // ---- any bytes, any thread
 
 TEST(ReceiverHostile, AnyBytesFromSeveralThreads) {
