@@ -13,16 +13,25 @@ namespace {
 
 using OnMessage = std::function<void(const std::string& category, const std::string& text)>;
 
-/// Shows what the libraries log to whoever listens. log4cpp owns it, for as long as the process runs.
+constexpr char kName[] = "camclock::receiver::OnLogMessage";
+
+/// Who is shown the messages. For as long as the process runs: its last ones come late.
+struct Audience {
+    std::mutex mutex;  // guards onMessage, and its calls
+    OnMessage onMessage;
+};
+
+Audience& TheAudience() {
+    static Audience& audience = *new Audience;
+    return audience;
+}
+
+/// Hands on what the libraries log. log4cpp owns it, and may end it: an application that sets log4cpp up anew
+/// removes the appenders that were there.
 class Listener : public log4cpp::AppenderSkeleton {
 public:
     Listener()
-        : AppenderSkeleton("camclock::receiver::OnLogMessage") {}
-
-    void Set(OnMessage onMessage) {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        onMessage_ = std::move(onMessage);
-    }
+        : AppenderSkeleton(kName) {}
 
     void close() override {}
     bool reopen() override { return true; }
@@ -31,28 +40,32 @@ public:
 
 protected:
     void _append(const log4cpp::LoggingEvent& event) override {
-        const std::lock_guard<std::mutex> guard(mutex_);
-        if (onMessage_)
-            onMessage_(event.categoryName, event.message);
+        Audience& audience = TheAudience();
+        const std::lock_guard<std::mutex> guard(audience.mutex);
+        if (audience.onMessage)
+            audience.onMessage(event.categoryName, event.message);
     }
-
-private:
-    std::mutex mutex_;  // guards onMessage_, and its calls
-    OnMessage onMessage_;
 };
+
+/// Listens at the parent of all categories that the libraries write to.
+void Listen() {
+    static std::mutex mutex;
+    const std::lock_guard<std::mutex> guard(mutex);
+    log4cpp::Category& category = log4cpp::Category::getInstance("RTSP");
+    if (category.getAppender(kName) != nullptr)
+        return;
+    category.addAppender(new Listener);
+    category.setPriority(log4cpp::Priority::INFO);
+}
 
 }  // namespace
 
 void OnLogMessage(OnMessage onMessage) {
-    // The parent of all categories that the libraries write to.
-    static log4cpp::Category& category = log4cpp::Category::getInstance("RTSP");
-    static Listener* const listener = [] {
-        auto* made = new Listener;
-        category.addAppender(made);
-        category.setPriority(log4cpp::Priority::INFO);
-        return made;
-    }();
-    listener->Set(std::move(onMessage));
+    if (onMessage)
+        Listen();
+    Audience& audience = TheAudience();
+    const std::lock_guard<std::mutex> guard(audience.mutex);
+    audience.onMessage = std::move(onMessage);
 }
 
 }  // namespace camclock::receiver

@@ -3,6 +3,8 @@
 #include <camclock/TimeFilter.h>
 #include <camclock/Utilities.h>
 
+#include <log4cpp/Category.hh>
+
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
@@ -438,6 +440,25 @@ TEST(ReceiverLog, TheLibraryIsNeverAskedWhatItCannotStamp) {
     }
     OnLogMessage(nullptr);
     EXPECT_EQ(errors, 0U);
+}
+
+TEST(ReceiverLog, IsHeardAgainAfterLog4cppWasSetUpAnew) {
+    OnLogMessage([](const std::string&, const std::string&) {});
+    log4cpp::Category::getInstance("RTSP").removeAllAppenders();  // which ends ours
+    std::mutex mutex;
+    std::condition_variable came;
+    std::size_t messages = 0;
+    OnLogMessage([&](const std::string&, const std::string&) {
+        const std::lock_guard<std::mutex> guard(mutex);
+        ++messages;
+        came.notify_all();
+    });
+    {
+        TimeFilter filter("gate: ");
+        std::unique_lock<std::mutex> lock(mutex);
+        EXPECT_TRUE(came.wait_for(lock, seconds(10), [&] { return messages > 0; }));
+    }
+    OnLogMessage(nullptr);
 }
 
 // ---- any setting
