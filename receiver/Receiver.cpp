@@ -18,10 +18,14 @@ struct Stream::State {
     StreamSession session;
 };
 
-Stream::Stream(std::unique_ptr<State> state)
+Stream::Stream(std::shared_ptr<State> state)
     : state_(std::move(state)) {}
 
-Stream::~Stream() = default;
+Stream::~Stream() {
+    Sink last;  // it ends outside the lock, with all that the application has put into it
+    const std::lock_guard<std::mutex> guard(state_->mutex);
+    last = state_->session.Close();
+}
 
 void Stream::FeedRtp(const void* datagram, std::size_t size, TimePoint arrival) {
     const std::lock_guard<std::mutex> guard(state_->mutex);
@@ -72,8 +76,32 @@ Statistics Stream::Snapshot() const {
 
 struct Camera::State {
     std::shared_ptr<CameraState> shared;
-    std::mutex mutex;                            // guards the streams
-    std::vector<std::weak_ptr<Stream>> streams;  // the application's
+    void Add(const std::shared_ptr<Stream::State>& stream) {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        _DropEnded();
+        streams_.push_back(stream);
+    }
+
+    std::vector<std::shared_ptr<Stream::State>> Streams() {
+        const std::lock_guard<std::mutex> guard(mutex_);
+        _DropEnded();
+        std::vector<std::shared_ptr<Stream::State>> alive;
+        for (const std::weak_ptr<Stream::State>& one : streams_) {
+            if (auto stream = one.lock())
+                alive.push_back(std::move(stream));
+        }
+        return alive;
+    }
+
+private:
+    void _DropEnded() {
+        streams_.erase(std::remove_if(streams_.begin(), streams_.end(),
+                                      [](const auto& stream) { return stream.expired(); }),
+                       streams_.end());
+    }
+
+    std::mutex mutex_;                                   // guards the streams
+    std::vector<std::weak_ptr<Stream::State>> streams_;  // the application owns them
 };
 
 Camera::Camera(std::string name, Settings settings, std::function<void(const Event&)> onEvent)
@@ -86,10 +114,9 @@ Camera::~Camera() {
 }
 
 std::shared_ptr<Stream> Camera::AddStream(std::string id, const Format& format, Stream::Sink sink) {
-    auto state = std::make_unique<Stream::State>(state_->shared, std::move(id), format, std::move(sink));
-    std::shared_ptr<Stream> stream(new Stream(std::move(state)));
-    const std::lock_guard<std::mutex> guard(state_->mutex);
-    state_->streams.push_back(stream);
+    auto state = std::make_shared<Stream::State>(state_->shared, std::move(id), format, std::move(sink));
+    std::shared_ptr<Stream> stream(new Stream(state));
+    state_->Add(state);
     return stream;
 }
 
@@ -106,20 +133,9 @@ void Camera::Poll() {
 }
 
 void Camera::Poll(TimePoint now) {
-    std::vector<std::shared_ptr<Stream>> streams;
-    {
-        const std::lock_guard<std::mutex> guard(state_->mutex);
-        auto& all = state_->streams;
-        all.erase(std::remove_if(all.begin(), all.end(), [](const auto& stream) { return stream.expired(); }),
-                  all.end());
-        for (const std::weak_ptr<Stream>& stream : all) {
-            if (auto alive = stream.lock())
-                streams.push_back(std::move(alive));
-        }
-    }
-    for (const std::shared_ptr<Stream>& stream : streams) {
-        const std::lock_guard<std::mutex> guard(stream->state_->mutex);
-        stream->state_->session.Poll(now);
+    for (const std::shared_ptr<Stream::State>& stream : state_->Streams()) {
+        const std::lock_guard<std::mutex> guard(stream->mutex);
+        stream->session.Poll(now);
     }
 }
 

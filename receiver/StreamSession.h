@@ -14,6 +14,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace camclock::receiver {
@@ -42,6 +43,10 @@ public:
     void Flush();
     void Restarted();
     void Poll(TimePoint now_host);
+
+    /// The application has let go of the stream: nothing is delivered any more. Returns the sink, to be
+    /// ended.
+    Stream::Sink Close() { return std::exchange(sink_, nullptr); }
 
     std::optional<Frame> Find(std::uint32_t rtp_ts) const;
     std::optional<TimePoint> Map(std::uint32_t rtp_ts) const;
@@ -91,7 +96,7 @@ private:
     const std::string id_;
     const Format format_;
     const std::uint32_t rate_Hz_;
-    const Stream::Sink sink_;
+    Stream::Sink sink_;
     const std::size_t ptsPlace_;
 
     // ---- packets

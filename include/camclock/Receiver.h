@@ -44,7 +44,9 @@ CAMCLOCK_RECEIVER_API TimePoint FromSystem(std::chrono::system_clock::time_point
 /// Made by `Camera::AddStream`, shared with the application, which may keep it longer than the camera.
 ///
 /// Threads: every operation from any thread; a call takes the stream's lock. The sink runs inside the call
-/// that completes a frame, within that lock: it must neither wait nor call back into stream or camera.
+/// that completes a frame, within that lock: it must neither wait nor call back into stream or camera. It is
+/// not called any more, and no call of it is under way, once the application's last pointer to the stream is
+/// gone.
 ///
 /// Order: hand over datagrams in the order of their arrival, and reports before packets that arrived in the
 /// same moment, so that the first frame after a report is mapped by it. `arrival` is the host's time (`Now`,
@@ -91,8 +93,8 @@ public:
 private:
     friend class Camera;
     struct State;
-    explicit Stream(std::unique_ptr<State> state);
-    std::unique_ptr<State> state_;
+    explicit Stream(std::shared_ptr<State> state);
+    std::shared_ptr<State> state_;
 };
 
 /// One camera: its streams share the clock difference, the origin of the presentation time stamps and the

@@ -461,6 +461,42 @@ TEST(ReceiverLog, IsHeardAgainAfterLog4cppWasSetUpAnew) {
     OnLogMessage(nullptr);
 }
 
+// ---- who owns what
+
+TEST(Receiver, NoSinkRunsOnceItsStreamIsGone) {
+    std::mutex mutex;
+    std::condition_variable changed;
+    bool entered = false;
+    bool gone = false;
+    bool goneMeanwhile = false;
+    Camera camera("gate");
+    auto stream = camera.AddStream("video", Watched::H264(), [&](const Frame&) {
+        std::unique_lock<std::mutex> lock(mutex);
+        entered = true;
+        changed.notify_all();
+        goneMeanwhile = changed.wait_for(lock, milliseconds(100), [&] { return gone; });
+    });
+    const TimePoint start(Ticks(17'000'000'000'000'000));
+    for (const std::uint16_t seq :
+         {std::uint16_t{1}, std::uint16_t{3}}) {  // the second one waits for a third
+        const auto bytes = sim::RtpCamera::RtpBytes(96, false, seq, seq, kSsrc, {0x41});
+        stream->FeedRtp(bytes.data(), bytes.size(), start);
+    }
+    std::thread polling([&] { camera.Poll(start + seconds(1)); });
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait(lock, [&] { return entered; });
+    }
+    stream.reset();
+    {
+        const std::lock_guard<std::mutex> guard(mutex);
+        gone = true;
+        changed.notify_all();
+    }
+    polling.join();
+    EXPECT_FALSE(goneMeanwhile);
+}
+
 // ---- any setting
 
 TEST(ReceiverHostile, AnySettings) {
