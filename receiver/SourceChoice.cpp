@@ -2,6 +2,7 @@
 
 #include "receiver/TimeArithmetic.h"
 
+#include <algorithm>
 #include <cstddef>
 #include <utility>
 
@@ -56,23 +57,23 @@ void SourceChoice::Restart() {
     candidates_.clear();
 }
 
-/// Its own place, else that of the least promising.
+/// Its own place, else a new one, else that of the least promising.
 SourceChoice::Candidate& SourceChoice::_CandidateFor(const Arrived& arrived) {
-    Candidate* least = nullptr;
-    for (Candidate& candidate : candidates_) {
-        if (candidate.ssrc == arrived.ssrc)
-            return candidate;
-        if (least == nullptr ||
-            (candidate.inSequence != least->inSequence ? candidate.inSequence < least->inSequence
-                                                       : candidate.last_host < least->last_host))
-            least = &candidate;
-    }
+    const auto own = std::find_if(candidates_.begin(), candidates_.end(),
+                                  [&](const Candidate& candidate) { return candidate.ssrc == arrived.ssrc; });
+    if (own != candidates_.end())
+        return *own;
+    Candidate fresh;
+    fresh.ssrc = arrived.ssrc;
     if (candidates_.size() < kCandidates)
-        least = &candidates_.emplace_back();
-    least->ssrc = arrived.ssrc;
-    least->inSequence = 0;
-    least->kept.clear();
-    return *least;
+        return candidates_.emplace_back(std::move(fresh));
+    const auto least =
+        std::min_element(candidates_.begin(), candidates_.end(), [](const Candidate& a, const Candidate& b) {
+            return a.inSequence != b.inSequence ? a.inSequence < b.inSequence : a.last_host < b.last_host;
+        });
+    fresh.kept = std::move(least->kept);  // the memory alone
+    fresh.kept.clear();
+    return *least = std::move(fresh);
 }
 
 void SourceChoice::_Count(Candidate& candidate, const Arrived& arrived) {
