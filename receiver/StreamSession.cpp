@@ -32,6 +32,8 @@ constexpr std::uint32_t kLineNotices = 16;
 /// Where threads cannot be had, it is tried again after this.
 constexpr seconds kNextTry{1};
 constexpr std::size_t kHistory = 256;
+/// Of so many sources a report is kept for the first packet.
+constexpr std::size_t kEarlyReports = 4;
 /// A line without uncertainty may be this far off (`Frame::bound`).
 constexpr seconds kLostLine{1};
 
@@ -107,9 +109,9 @@ void StreamSession::TakeReport(const Report& report) {
         return;
     }
     // Of a source that may become the stream's with the next packet: the first frame shall have it.
-    earlyIsForeign_ = source && source != report.ssrc;
-    statistics_.foreign += earlyIsForeign_ ? 1 : 0;
-    early_ = report;
+    const bool isForeign = source && source != report.ssrc;
+    statistics_.foreign += isForeign ? 1 : 0;
+    _KeepEarly(report, isForeign);
 }
 
 void StreamSession::TakeFrame(const Frame& assembled) {
@@ -171,7 +173,7 @@ void StreamSession::Restarted() {
     Flush();
     assembler_.Restart();
     source_.Restart();
-    early_.reset();
+    early_.clear();
     pending_ = Cause::kRestarted;
 }
 
@@ -182,12 +184,8 @@ void StreamSession::_OnFrame(const Assembled& frame) {
     if (step.cause != Cause::kNone)
         _BeginEpoch(step.cause, &frame);
     pending_ = Cause::kNone;
-    if (early_ && early_->ssrc == ssrc_) {
-        statistics_.foreign -= earlyIsForeign_ ? 1 : 0;
-        const Report report = *early_;
-        early_.reset();
-        _UseReport(report);
-    }
+    if (!early_.empty())
+        _UseEarly();
     if (started_ && step.arrival > kUnsettling) {
         unsettled_ = kSettled;
         _Raise(Event::Kind::kGap, "nothing came for " + Milliseconds(step.arrival), step.arrival);
@@ -328,6 +326,28 @@ void StreamSession::_UseReport(const Report& report) {
         unfed_ = report;
     if (first)
         _Raise(Event::Kind::kFirstReport, "the first sender report has come");
+}
+
+void StreamSession::_KeepEarly(const Report& report, bool isForeign) {
+    const auto older = std::find_if(early_.begin(), early_.end(),
+                                    [&](const EarlyReport& one) { return one.report.ssrc == report.ssrc; });
+    if (older != early_.end())
+        early_.erase(older);
+    else if (early_.size() == kEarlyReports)
+        early_.erase(early_.begin());
+    early_.push_back({report, isForeign});
+}
+
+/// The stream's source may have had a report before its first packet.
+void StreamSession::_UseEarly() {
+    const auto ours = std::find_if(early_.begin(), early_.end(),
+                                   [this](const EarlyReport& one) { return one.report.ssrc == ssrc_; });
+    if (ours == early_.end())
+        return;
+    const EarlyReport early = *ours;
+    early_.erase(ours);
+    statistics_.foreign -= early.isForeign ? 1 : 0;
+    _UseReport(early.report);
 }
 
 /// Starts the library's part of this epoch, if it can be had now. `frame` comes next. True if it has been fed

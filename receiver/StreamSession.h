@@ -71,6 +71,12 @@ private:
         bool runsBack = false;  ///< its stamp is not the newest
     };
 
+    /// The newest report of a source whose packets are not the stream's, or not yet.
+    struct EarlyReport {
+        Report report;
+        bool isForeign = false;  ///< and it was counted so
+    };
+
     void _Take(const Arrived& arrived);
     void _Hand(const Arrived& arrived);
     void _OnFrame(const Assembled& frame);
@@ -81,6 +87,8 @@ private:
     bool _Fits(const Report& report, const Assembled& frame, Ticks within) const;
 
     void _UseReport(const Report& report);
+    void _KeepEarly(const Report& report, bool isForeign);
+    void _UseEarly();
     bool _StartClock(const Assembled& frame);
     void _Doubt(Ticks step);
     void _EndClock();
@@ -104,8 +112,7 @@ private:
     std::uint32_t ssrc_ = 0;  // of what is handed on now
     FrameAssembler assembler_;
     RtcpContents rtcp_;
-    std::optional<Report> early_;  // the newest report of a source that is not the stream's, or not yet
-    bool earlyIsForeign_ = false;  // and it was counted so
+    std::vector<EarlyReport> early_;  // of sources that are not the stream's, or not yet; the oldest first
 
     // ---- the epoch
     std::uint32_t epoch_ = 1;

@@ -181,6 +181,16 @@ TEST(Receiver, ReportsOfAnotherSourceAreForeign) {
     EXPECT_EQ(t.stream->Snapshot().reports, 0U);
 }
 
+TEST(Receiver, AReportBeforeTheFirstPacketOutlivesThoseOfOthers) {
+    ByHand t;
+    t.stream->FeedReport(kSsrc, t.Ntp(), t.rtp, t.now);
+    t.stream->FeedReport(0xBAD, t.Ntp(std::chrono::hours(5)), t.rtp, t.now);
+    t.Frames(1);
+    EXPECT_EQ(t.frames.back().trust, Trust::kSettling);
+    EXPECT_EQ(t.frames.back().D, milliseconds(-30));
+    EXPECT_EQ(t.stream->Snapshot().reports, 1U);
+}
+
 TEST(Receiver, PacketsOfAnotherPayloadTypeAreMalformed) {
     ByHand t;
     const auto bytes = sim::RtpCamera::RtpBytes(97, true, 1, 1, kSsrc, {0x41, 0x98});
