@@ -38,7 +38,7 @@ constexpr std::size_t kEarlyReports = 4;
 constexpr seconds kLostLine{1};
 
 // A recorder has thousands of them.
-static_assert(sizeof(StreamSession) <= 3 * 1024);
+static_assert(sizeof(StreamSession) <= 3'072);
 
 std::string Milliseconds(Ticks time) {
     return std::to_string(std::chrono::duration_cast<milliseconds>(time).count()) + " ms";
