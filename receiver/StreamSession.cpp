@@ -11,6 +11,7 @@
 namespace camclock::receiver {
 namespace {
 
+using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
@@ -202,7 +203,7 @@ void StreamSession::_OnFrame(const Assembled& frame) {
     out.packets = frame.packets;
     out.bytes = frame.bytes;
     _AnswerByMedian(frame, step, out);
-    _AnswerByLine(frame, out);
+    _AnswerByLine(frame, step, out);
     out.epoch = epoch_;
     _Stamp(frame, step, out);
 
@@ -270,6 +271,7 @@ void StreamSession::_BeginEpoch(Cause cause, const Assembled* frame) {
         cause == Cause::kSourceChanged || (cause == Cause::kRestarted && !_RtpClockWentOn(*frame));
     if (anotherRtpClock) {
         line_.Restart();
+        lineIsDoubtfulAbove_.reset();
         usual_s_ = 0.0;
     }
     ++epoch_;
@@ -441,9 +443,10 @@ void StreamSession::_AnswerByMedian(const Assembled& frame, const Step& step, Fr
 
 // ---- the floor line
 
-void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
+void StreamSession::_AnswerByLine(const Assembled& frame, const Step& step, Frame& out) {
     const FloorLine::Answer line = line_.Feed(frame.arrival_host, frame.rtp_ts);
     const TimePoint captured = Moved(line.fastest_host, -ToTicks(camera_->LeastLatency()));
+    const bool isDoubtful = _IsDoubtful(line, step);
     lineBehind_ -= lineBehind_ > 0 ? 1 : 0;
     if (line.happened && line_.LastEvent().kind == FloorLine::Event::Kind::kSet)
         lineBehind_ = 0;
@@ -463,8 +466,21 @@ void StreamSession::_AnswerByLine(const Assembled& frame, Frame& out) {
     out.captured_host = out.precise_host;
     out.uncertainty = line.uncertainty;
     out.trust = captured > frame.arrival_host ? Trust::kReplaced
-                : line.settled                ? Trust::kGood
+                : line.settled && !isDoubtful ? Trust::kGood
                                               : Trust::kSettling;
+}
+
+/// Where a frame was lost when the stamps were set, the line may lie a frame's time beside, until a block has
+/// shown it: then its uncertainty falls again.
+bool StreamSession::_IsDoubtful(const FloorLine::Answer& line, const Step& step) {
+    const microseconds before = std::exchange(lineUncertainty_, line.uncertainty.value_or(microseconds(0)));
+    const bool wasSet = line.happened && line_.LastEvent().kind == FloorLine::Event::Kind::kSet;
+    lostAtSet_ = Seconds(step.arrival) > 1.5 * usual_s_ || (lostAtSet_ && lineBehind_ > 0);
+    if (wasSet && lostAtSet_)
+        lineIsDoubtfulAbove_ = before + (lineUncertainty_ - before) / 2;
+    if (lineIsDoubtfulAbove_ && lineUncertainty_ <= *lineIsDoubtfulAbove_ && !wasSet)
+        lineIsDoubtfulAbove_.reset();
+    return lineIsDoubtfulAbove_.has_value();
 }
 
 /// No statistics in its end; its beginning supposes that the fastest frames took no longer than the least

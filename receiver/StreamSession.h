@@ -93,7 +93,8 @@ private:
     void _Doubt(Ticks step);
     void _EndClock();
     void _AnswerByMedian(const Assembled& frame, const Step& step, Frame& out);
-    void _AnswerByLine(const Assembled& frame, Frame& out);
+    void _AnswerByLine(const Assembled& frame, const Step& step, Frame& out);
+    bool _IsDoubtful(const FloorLine::Answer& line, const Step& step);
     void _Bound(const FloorLine::Answer& line, Frame& out) const;
     void _Stamp(const Assembled& frame, const Step& step, Frame& out);
     void _Remember(const Frame& frame);
@@ -127,6 +128,9 @@ private:
     bool hasFrame_ = false;                  // the epoch has had a frame
     std::optional<std::chrono::milliseconds> expectedD_;  // the last epoch's
     FloorLine line_;
+    std::chrono::microseconds lineUncertainty_{0};  // before the newest frame
+    bool lostAtSet_ = false;  // a frame was lost right before this one, or since the stamps were set back
+    std::optional<std::chrono::microseconds> lineIsDoubtfulAbove_;  // of its uncertainty
     std::uint32_t lineBehind_ =
         0;  // frames for which it may not have noticed yet that the stamps were set back
 

@@ -528,6 +528,24 @@ TEST(ReceiverScenario, TheFloorLineIsNotGoodBehindStampsThatWereSet) {
     }
 }
 
+TEST(ReceiverScenario, TheFloorLineIsNotGoodWhereAFrameWasLostWhenTheStampsWereSet) {
+    for (const seconds by : {seconds(-30), seconds(1), seconds(3'600)}) {
+        const sim::RtpCamera::Settings device = Lan(33);
+        Settings settings = Watched::For(device);
+        settings.leastLatency = std::chrono::microseconds(27'860);
+        settings.estimator = Estimator::kFloorLine;
+        Watched watched(device, settings);
+        watched.device.At(seconds(100), [by](sim::RtpCamera& camera) {
+            camera.FallSilent(milliseconds(30));
+            camera.SetRtpClock(by);
+        });
+        watched.Run(4'000);
+        EXPECT_EQ(watched.frames.size(), 3'999U);
+        EXPECT_LE(watched.WorstGood_ms(), 0.5) << by.count();
+        EXPECT_GT(watched.Count(Trust::kGood), 3'900U);
+    }
+}
+
 TEST(ReceiverScenario, TheFloorLineNeedsNoReports) {
     sim::RtpCamera::Settings device = Lan(31);
     device.reportInterval = Ticks(0);
