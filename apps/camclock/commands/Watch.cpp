@@ -11,7 +11,6 @@
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -26,9 +25,8 @@ struct WatchOptions {
     std::vector<std::string> urls;
     std::vector<std::string> cameras;
     std::string list;
-    std::string user;
+    AccessOptions access;
     double duration_s = 0.0;
-    double connectTimeOut_s = 10.0;
     double reconnectMax_s = 30.0;
     WatchPlan plan;
     LogSettings log;
@@ -69,30 +67,21 @@ std::optional<Failure> ReadUrls(const WatchOptions& options, std::vector<NamedUr
 }
 
 std::optional<Failure> ReadTargets(const WatchOptions& options, WatchPlan& plan) {
-    // NOLINTNEXTLINE(concurrency-mt-unsafe): no other thread runs yet
-    const char* password = std::getenv("CAMCLOCK_PASSWORD");
     std::vector<NamedUrl> urls;
     if (auto failure = ReadUrls(options, urls))
         return failure;
     for (const NamedUrl& named : urls) {
-        std::optional<StreamUrl> url = StreamUrl::Parse(named.url);
-        if (!url)
-            return Failure{ExitCode::kBadUrl,
-                           fmt::format("bad URL: {}", StreamUrl::WithoutSecrets(named.url)),
-                           "write rtsp://host[:port]/path, and %2F for a slash in a password"};
-        if (url->user.empty() && !options.user.empty()) {
-            url->user = options.user;
-            url->password = password == nullptr ? "" : password;
-        }
-        const std::string name = named.camera.empty() ? url->label : named.camera;
-        plan.targets.push_back({name, !named.camera.empty(), std::move(*url), plan.connection.transport});
+        StreamUrl url;
+        if (auto failure = ReadUrl(named.url, options.access, url))
+            return failure;
+        const std::string name = named.camera.empty() ? url.label : named.camera;
+        plan.targets.push_back({name, !named.camera.empty(), std::move(url), plan.connection.transport});
     }
     return std::nullopt;
 }
 
 ExitCode RunWatch(WatchOptions& options) {
     WatchPlan& plan = options.plan;
-    plan.connection.connectTimeOut = Milliseconds(options.connectTimeOut_s);
     plan.connection.longestDelay = Milliseconds(options.reconnectMax_s);
     plan.connection.firstDelay = std::min(plan.connection.firstDelay, plan.connection.longestDelay);
     if (options.duration_s > 0.0)
@@ -155,20 +144,8 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
         ->type_name("SECONDS")
         ->check(CLI::Range(0.001, 1e9).description(""));
 
+    AddConnectionOptions(*command, options->access, options->plan.connection);
     const std::string connection = "Connection";
-    AddChoice<Transport>(*command, "--transport", options->plan.connection.transport,
-                         {{"auto", Transport::kAuto}, {"udp", Transport::kUdp}, {"tcp", Transport::kTcp}},
-                         "udp, tcp, or auto (default): udp first, tcp when nothing comes")
-        ->type_name("KIND")
-        ->group(connection);
-    command->add_option("--user", options->user, "User name; its password stands in CAMCLOCK_PASSWORD")
-        ->type_name("NAME")
-        ->group(connection);
-    command
-        ->add_option("--connect-timeout", options->connectTimeOut_s, "Longest wait for the first frame [10]")
-        ->type_name("SECONDS")
-        ->check(CLI::Range(0.1, 3600.0).description(""))
-        ->group(connection);
     command
         ->add_flag("--reconnect", options->plan.connection.reconnect,
                    "Connect again when a stream fails, after 1 s, 2 s, 4 s ...")
@@ -176,16 +153,6 @@ void AddWatch(CLI::App& program, ExitCode& exitCode) {
     command->add_option("--reconnect-max", options->reconnectMax_s, "Longest delay between two attempts [30]")
         ->type_name("SECONDS")
         ->check(CLI::Range(0.1, 86400.0).description(""))
-        ->group(connection);
-
-    command
-        ->add_option("--tls-ca", options->plan.connection.tlsCaFile,
-                     "rtsps: trust these certificates (PEM) [the system's]")
-        ->type_name("FILE")
-        ->group(connection);
-    command
-        ->add_flag("--tls-insecure", options->plan.connection.tlsInsecure,
-                   "rtsps: accept any certificate; anybody in between can listen")
         ->group(connection);
 
     AddTimingOptions(*command, options->plan.timing);

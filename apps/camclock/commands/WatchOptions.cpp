@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdint>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -31,6 +32,52 @@ CLI::Option* AddMilliseconds(CLI::App& command, const std::string& name, const s
 }
 
 }  // namespace
+
+void AddConnectionOptions(CLI::App& command, AccessOptions& access, ConnectionSettings& settings) {
+    const std::string group = "Connection";
+    AddChoice<Transport>(command, "--transport", settings.transport,
+                         {{"auto", Transport::kAuto}, {"udp", Transport::kUdp}, {"tcp", Transport::kTcp}},
+                         "udp, tcp, or auto (default): udp first, tcp when nothing comes")
+        ->type_name("KIND")
+        ->group(group);
+    command.add_option("--user", access.user, "User name; its password stands in CAMCLOCK_PASSWORD")
+        ->type_name("NAME")
+        ->group(group);
+    command
+        .add_option_function<double>(
+            "--connect-timeout",
+            [&settings](const double& value) {
+                settings.connectTimeOut =
+                    std::chrono::milliseconds(static_cast<std::int64_t>(value * 1000.0));
+            },
+            "Longest wait for the first frame [10]")
+        ->type_name("SECONDS")
+        ->check(CLI::Range(0.1, 3600.0).description(""))
+        ->group(group);
+    command
+        .add_option("--tls-ca", settings.tlsCaFile, "rtsps: trust these certificates (PEM) [the system's]")
+        ->type_name("FILE")
+        ->group(group);
+    command
+        .add_flag("--tls-insecure", settings.tlsInsecure,
+                  "rtsps: accept any certificate; anybody in between can listen")
+        ->group(group);
+}
+
+std::optional<Failure> ReadUrl(const std::string& text, const AccessOptions& access, StreamUrl& url) {
+    std::optional<StreamUrl> read = StreamUrl::Parse(text);
+    if (!read)
+        return Failure{ExitCode::kBadUrl, fmt::format("bad URL: {}", StreamUrl::WithoutSecrets(text)),
+                       "write rtsp://host[:port]/path, and %2F for a slash in a password"};
+    url = std::move(*read);
+    if (url.user.empty() && !access.user.empty()) {
+        // NOLINTNEXTLINE(concurrency-mt-unsafe): nothing of the program changes the environment
+        const char* password = std::getenv("CAMCLOCK_PASSWORD");
+        url.user = access.user;
+        url.password = password == nullptr ? "" : password;
+    }
+    return std::nullopt;
+}
 
 void AddTimingOptions(CLI::App& command, TimingSettings& settings) {
     using std::chrono::milliseconds;

@@ -2,6 +2,8 @@
 
 #include "apps/camclock/Failure.h"
 #include "apps/camclock/commands/LogSetup.h"
+#include "apps/camclock/sources/StreamUrl.h"
+#include "apps/camclock/sources/WatchSettings.h"
 
 #include <camclock/receiver/Settings.h>
 
@@ -22,11 +24,20 @@ struct TimingSettings {
     bool requireReports = false;  ///< a stream without sender reports is faulty
 };
 
+/// Who asks the camera for its stream.
+struct AccessOptions {
+    std::string user;  ///< empty: nobody, or who stands in the URL
+};
+
 // Options that more than one subcommand offers. `settings` must live until the command line has been parsed.
 
+void AddConnectionOptions(CLI::App& command, AccessOptions& access, ConnectionSettings& settings);
 void AddTimingOptions(CLI::App& command, TimingSettings& settings);
 void AddIcmpOptions(CLI::App& command, TimingSettings& settings);
 void AddLogOptions(CLI::App& command, LogSettings& settings);
+
+/// Reads a URL of the command line, with the password of CAMCLOCK_PASSWORD where the user stands beside it.
+std::optional<Failure> ReadUrl(const std::string& text, const AccessOptions& access, StreamUrl& url);
 
 /// Are the directories of the settings there and writable?
 std::optional<Failure> CheckTimingSettings(const TimingSettings& settings);
