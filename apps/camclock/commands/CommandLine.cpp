@@ -50,9 +50,10 @@ int Run(int argc, char** argv) {
 #ifdef CAMCLOCK_WITH_GSTREAMER
     AddWatch(program, exitCode);
     AddDemo(program, exitCode);
+    AddCalibrate(program, exitCode);
 #else
     program.footer(
-        "This build has no GStreamer and therefore neither `watch` nor `demo`: install GStreamer's\n"
+        "This build has no GStreamer and therefore no `watch`, `demo` and `calibrate`: install GStreamer's\n"
         "development packages and build again (docs/program.md names them).");
 #endif
     AddInspect(program, exitCode);

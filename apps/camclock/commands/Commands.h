@@ -13,6 +13,7 @@ namespace camclock::app {
 // result in `exitCode`.
 
 void AddWatch(CLI::App& program, ExitCode& exitCode);
+void AddCalibrate(CLI::App& program, ExitCode& exitCode);
 void AddDemo(CLI::App& program, ExitCode& exitCode);
 void AddProbe(CLI::App& program, ExitCode& exitCode);
 void AddInspect(CLI::App& program, ExitCode& exitCode);

@@ -131,6 +131,7 @@ struct BusError {
     std::string text;
     unsigned int status = 0;  // the camera's RTSP status code; 0: it did not answer with one
     std::string reason;
+    bool decoding = false;  // it comes from what decodes pictures
 };
 
 /// A refused SETUP stands in the developers' text only: "file(line): function: element:\nError (453):
@@ -175,6 +176,7 @@ struct RtspReceiver::Pipeline {
     StreamUrl url;
     ConnectionSettings settings;
     Taker taker;
+    PictureGrabber* const grabber;  // may be null
     GstOwner<GstElement> pipeline;
     GstOwner<GstBus> bus;
     GstElement* source = nullptr;  // the pipeline's
@@ -194,7 +196,7 @@ struct RtspReceiver::Pipeline {
     std::optional<Failure> found;  // by the worker
     bool looking = false;          // the worker is asked why there is no connection
 
-    Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted);
+    Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted, PictureGrabber* grabs);
     void Configure() const;
     Failure Explain(const BusError& error) const;
     void Shut();
@@ -301,11 +303,16 @@ struct RtspReceiver::Pipeline {
             Watch<&StreamFeed::FeedRtcp>(pad, found->second);
     }
 
-    /// What leaves the source has been seen already: it is thrown away.
+    /// What leaves the source has been seen already: it is thrown away, but for pictures that are wanted.
     static void OnSourcePad(GstElement* /*source*/, GstPad* pad, gpointer data) {
         auto& self = *static_cast<Pipeline*>(data);
-        GstElement* sink = gst_element_factory_make("fakesink", nullptr);
-        g_object_set(sink, "sync", FALSE, "async", FALSE, nullptr);
+        GstElement* sink = nullptr;
+        if (self.grabber != nullptr) {
+            sink = self.grabber->MakeBranch();
+        } else {
+            sink = gst_element_factory_make("fakesink", nullptr);
+            g_object_set(sink, "sync", FALSE, "async", FALSE, nullptr);
+        }
         gst_bin_add(GST_BIN(self.pipeline.get()), sink);
         const GstOwner<GstPad> sinkPad(gst_element_get_static_pad(sink, "sink"));
         gst_pad_link(pad, sinkPad.get());
@@ -325,10 +332,11 @@ struct RtspReceiver::Pipeline {
     }
 };
 
-RtspReceiver::Pipeline::Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted)
+RtspReceiver::Pipeline::Pipeline(StreamUrl from, ConnectionSettings with, Taker wanted, PictureGrabber* grabs)
     : url(std::move(from))
     , settings(std::move(with))
-    , taker(std::move(wanted)) {
+    , taker(std::move(wanted))
+    , grabber(grabs) {
     pipeline.reset(GST_ELEMENT(gst_object_ref_sink(gst_pipeline_new(nullptr))));
     bus.reset(gst_element_get_bus(pipeline.get()));
     source = gst_element_factory_make("rtspsrc", nullptr);
@@ -379,8 +387,8 @@ void RtspReceiver::Pipeline::Shut() {
 }
 
 RtspReceiver::RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, Worker& worker,
-                           Taker taker)
-    : pipeline_(std::make_shared<Pipeline>(url, settings, std::move(taker)))
+                           Taker taker, PictureGrabber* grabber)
+    : pipeline_(std::make_shared<Pipeline>(url, settings, std::move(taker), grabber))
     , worker_(worker) {}
 
 RtspReceiver::~RtspReceiver() {
@@ -421,7 +429,10 @@ std::optional<Failure> RtspReceiver::Poll() {
             return std::nullopt;
         switch (GST_MESSAGE_TYPE(message.get())) {
         case GST_MESSAGE_ERROR: {
-            const BusError error = ReadError(message.get());
+            BusError error = ReadError(message.get());
+            GstObject* const source = GST_OBJECT(p.source);
+            error.decoding = GST_MESSAGE_SRC(message.get()) != source &&
+                             gst_object_has_as_ancestor(GST_MESSAGE_SRC(message.get()), source) == FALSE;
             if (p.described || error.status != 0)
                 return p.Explain(error);
             p.looking = true;
@@ -444,6 +455,9 @@ std::optional<Failure> RtspReceiver::Poll() {
 Failure RtspReceiver::Pipeline::Explain(const BusError& error) const {
     if (error.status != 0)
         return FailureOfStatus(error.status, error.reason);
+    if (error.decoding)
+        return {ExitCode::kInternalError, fmt::format("the pictures cannot be decoded: {}", error.text),
+                "install GStreamer's decoders (Debian: gstreamer1.0-libav)"};
     if (feeds.empty())
         return {ExitCode::kNoVideo, "no video: the camera describes no video stream at this path",
                 "ask the camera's manual for the path of its video"};

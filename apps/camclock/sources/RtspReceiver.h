@@ -1,6 +1,7 @@
 #pragma once
 
 #include "apps/camclock/sources/PacketSource.h"
+#include "apps/camclock/sources/PictureGrabber.h"
 #include "apps/camclock/sources/StreamUrl.h"
 #include "apps/camclock/sources/WatchSettings.h"
 #include "apps/camclock/sources/Worker.h"
@@ -14,10 +15,12 @@ namespace camclock::app {
 /// any buffering, and hands it to the stream that it belongs to.
 ///
 /// Starting and ending, which wait for the camera, are `worker`'s jobs, in the order of the connections that
-/// share it; it must outlive them.
+/// share it; it must outlive them. With a `grabber`, which must outlive them too, the pictures are decoded
+/// for it.
 class RtspReceiver : public PacketSource {
 public:
-    RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, Worker& worker, Taker taker);
+    RtspReceiver(const StreamUrl& url, const ConnectionSettings& settings, Worker& worker, Taker taker,
+                 PictureGrabber* grabber = nullptr);
     ~RtspReceiver() override;
 
     RtspReceiver(const RtspReceiver&) = delete;

@@ -63,6 +63,11 @@ void Terminal::CatchInterrupts() {
     std::signal(SIGTERM, &OnInterrupt);
 }
 
+void Terminal::ReleaseInterrupts() {
+    std::signal(SIGINT, SIG_DFL);
+    std::signal(SIGTERM, SIG_DFL);
+}
+
 bool Terminal::Interrupted() {
     return interrupted != 0;
 }

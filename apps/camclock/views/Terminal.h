@@ -26,6 +26,9 @@ public:
 
     static bool Interrupted();
 
+    /// From now on they end the process again.
+    static void ReleaseInterrupts();
+
     /// Ends the process at once, without waiting for anything but what standard output and standard error
     /// still have to say.
     [[noreturn]] static void EndNow(ExitCode code);
