@@ -18,7 +18,18 @@ Graveyard::~Graveyard() {
 void Graveyard::Bury(std::unique_ptr<MedianClock> clock) {
     const std::lock_guard<std::mutex> guard(mutex_);
     waiting_.push_back(std::move(clock));
-    if (running_)
+    _Start();
+}
+
+bool Graveyard::IsFull() {
+    const std::lock_guard<std::mutex> guard(mutex_);
+    _Start();
+    return waiting_.size() + ending_ >= kMost;
+}
+
+/// Starts the thread where there is something to end; with the lock held.
+void Graveyard::_Start() {
+    if (running_ || waiting_.empty())
         return;
     if (thread_.joinable())
         thread_.join();  // it has left its loop
@@ -26,13 +37,8 @@ void Graveyard::Bury(std::unique_ptr<MedianClock> clock) {
         thread_ = std::thread(&Graveyard::_Run, this);
         running_ = true;
     } catch (const std::system_error&) {
-        // No thread to be had now: the next one that comes tries again.
+        // No thread to be had now: the next call tries again.
     }
-}
-
-bool Graveyard::IsFull() {
-    const std::lock_guard<std::mutex> guard(mutex_);
-    return waiting_.size() + ending_ >= kMost;
 }
 
 void Graveyard::_Run() {

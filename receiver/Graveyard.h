@@ -28,6 +28,7 @@ public:
     bool IsFull();
 
 private:
+    void _Start();
     void _Run();
 
     std::mutex mutex_;  // guards all below

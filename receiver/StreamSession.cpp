@@ -238,7 +238,7 @@ StreamSession::Step StreamSession::_StepTo(const Assembled& frame) const {
         if (step.arrival > kLongestSilence)
             step.cause = Cause::kSilence;
         else if (d < -kSet_s || jumps || parts)
-            step.cause = Cause::kStampsSet;
+            step.cause = parts && beside <= kSet_s ? Cause::kBacklog : Cause::kStampsSet;
     }
     step.runsBack = step.cause == Cause::kNone && step.rtp <= 0;
     return step;
@@ -501,7 +501,8 @@ void StreamSession::_Stamp(const Assembled& frame, const Step& step, Frame& out)
     // The median's answer, since its errors have no side: what many epochs add up stays small.
     const TimePoint captured = out.median_host;
     std::int64_t ticks = 0;
-    if (!started_ || step.cause != Cause::kNone) {
+    // What was held up has stamps that go on; its arrivals say nothing.
+    if (!started_ || (step.cause != Cause::kNone && step.cause != Cause::kBacklog)) {
         ptsBase_ = camera_->pts.Begin(ptsPlace_, captured, frame.arrival_host, rate_Hz_);
         if (started_)
             ptsBase_ = (std::max)(ptsBase_, SaturatingAdd(greatestPts_, 1));

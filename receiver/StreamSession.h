@@ -59,8 +59,9 @@ private:
         kRestarted,      ///< a new connection
         kSourceChanged,  ///< another SSRC
         kStampsSet,      ///< the RTP clock was set
-        kSilence,        ///< longer than the library's stable time stamps bear
-        kClockStepped,   ///< the camera's wall clock was set: its reports say so, its stamps go on
+        kBacklog,  ///< a long pause, behind which the stamps go on as if there had been none: all was held up
+        kSilence,  ///< longer than the library's stable time stamps bear
+        kClockStepped,  ///< the camera's wall clock was set: its reports say so, its stamps go on
     };
 
     /// How a frame lies to those before it.

@@ -324,6 +324,32 @@ TEST(Receiver, AReportOnceInAMonthLastsOverWraps) {
               static_cast<std::int64_t>(119) * 3'600 + std::int64_t{30 * 60} * 60 * 90'000);
 }
 
+TEST(Receiver, WhatWasHeldUpIsNotGoodAndKeepsItsPresentationTime) {
+    for (const int held_s : {3, 11, 60}) {
+        ByHand t;
+        const TimePoint start = t.now;
+        t.stream->FeedReport(kSsrc, t.Ntp(), t.rtp, t.now);
+        t.Frames(100);
+        t.Pass(seconds(held_s));
+        for (int i = 0; i < 25 * held_s; ++i) {  // all at once
+            t.Packet(t.seq++, t.rtp);
+            t.rtp += 3'600;
+        }
+        t.stream->FeedReport(kSsrc, t.Ntp(), t.rtp, t.now);
+        t.Frames(200);
+        for (std::size_t i = 0; i < t.frames.size(); ++i) {
+            const Frame& frame = t.frames[i];
+            ASSERT_EQ(frame.pts, static_cast<std::int64_t>(i) * 3'600) << held_s;
+            const TimePoint captured = start + milliseconds(40) * static_cast<int>(i) - milliseconds(30);
+            if (held_s > 10 && frame.trust == Trust::kGood) {
+                ASSERT_LE(frame.captured_host, captured + milliseconds(2)) << held_s << " s, frame " << i;
+                ASSERT_GE(frame.captured_host, captured - milliseconds(2)) << held_s << " s, frame " << i;
+            }
+        }
+        EXPECT_EQ(t.frames.back().trust, Trust::kGood);
+    }
+}
+
 TEST(Receiver, TheMeanLatencyMayChange) {
     ByHand t;
     t.stream->FeedReport(kSsrc, t.Ntp(), t.rtp, t.now);
