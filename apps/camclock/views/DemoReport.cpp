@@ -3,6 +3,8 @@
 #include "apps/camclock/views/Statistics.h"
 #include "apps/camclock/views/TextTable.h"
 
+#include <camclock/receiver/Settings.h>
+
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
@@ -42,15 +44,17 @@ std::optional<MeasuredLatency> DemoComparison::Add(const FrameRow& row, const Te
         return std::nullopt;
     if (measuring_) {
         latencies_ms_.push_back(Milliseconds(row.frame.arrived_host - truth.madeAt_host));
+        // Against the line and not the arrivals: the first frames of a stream may leave before the server has
+        // found its pace, and the line remembers them.
+        const TimePoint fastest_host = row.frame.precise_host + receiver::Settings().meanLatency;
+        if (latencies_ms_.size() > kMeasured / 2)
+            lineLatencies_ms_.push_back(Milliseconds(fastest_host - truth.madeAt_host));
         if (latencies_ms_.size() < kMeasured)
             return std::nullopt;
         measuring_ = false;
-        // Not the very fastest: the first frames of a stream may leave before the server has found its pace.
-        constexpr double kFastest = 0.1;
         MeasuredLatency measured;
         measured.mean = std::chrono::milliseconds(std::llround(Percentile(latencies_ms_, 0.5)));
-        measured.least =
-            std::chrono::microseconds(std::llround(Percentile(latencies_ms_, kFastest) * 1000.0));
+        measured.least = std::chrono::microseconds(std::llround(Percentile(lineLatencies_ms_, 0.5) * 1000.0));
         result_.meanLatency_ms = measured.mean.count();
         return measured;
     }

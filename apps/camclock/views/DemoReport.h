@@ -41,7 +41,8 @@ struct MeasuredLatency {
 };
 
 /// Compares frames with the truth. Measures the mean latency first, unless it is given: over the first frames
-/// with a sender report, as one would do once with a real camera that films a clock. One thread.
+/// with a sender report, as one would do once with a real camera that films a clock. Until it has told them,
+/// the receiver's own settings hold. One thread.
 class DemoComparison {
 public:
     /// The mean latency is measured over this many frames: two seconds.
@@ -65,6 +66,7 @@ private:
     bool measuring_;
     std::size_t settling_ = kSettling;
     std::vector<double> latencies_ms_;
+    std::vector<double> lineLatencies_ms_;  // of the floor line in place of the arrivals
     std::vector<double> camclock_ms_;
     std::vector<double> precise_ms_;
     std::vector<double> reception_ms_;
