@@ -83,8 +83,16 @@ protected:
 
     /// Puts the host's clock `difference` before the system clock, which the camera has.
     static void SetHostClock(std::chrono::milliseconds difference) {
-        const auto now = std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
-        Utilities::getInstance().ResetTime(now + difference, Utilities::GetCounter());
+        // Both clocks are read at one instant: a thread that was put aside between the readings reads again.
+        std::int64_t before = 0;
+        std::int64_t after = 0;
+        TimePoint now{};
+        do {
+            before = Utilities::GetCounter();
+            now = std::chrono::time_point_cast<Ticks>(std::chrono::system_clock::now());
+            after = Utilities::GetCounter();
+        } while (after - before > Utilities::GetCounterFrequency() / 10'000);
+        Utilities::getInstance().ResetTime(now + difference, after);
     }
 
     /// Half the round trip and the clocks' granularity of 2.5 ms: each of the host's two readings is rounded
