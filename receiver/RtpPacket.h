@@ -1,8 +1,5 @@
 #pragma once
 
-#include <camclock/TimePoint.h>
-#include <camclock/receiver/Format.h>
-
 #include <cstddef>
 #include <cstdint>
 
@@ -17,7 +14,6 @@ struct RtpPacket {
     bool marker = false;
     const std::uint8_t* payload = nullptr;
     std::size_t size = 0;  ///< bytes of payload, without padding
-    TimePoint TOR_host{};  ///< time of reception
 };
 
 /// The sender's part of one RTCP sender report (RFC 3550, 6.4.1).

@@ -51,6 +51,9 @@ CAMCLOCK_RECEIVER_API TimePoint FromSystem(std::chrono::system_clock::time_point
 /// Order: hand over datagrams in the order of their arrival, and reports before packets that arrived in the
 /// same moment, so that the first frame after a report is mapped by it. `arrival` is the host's time (`Now`,
 /// `FromSystem`) at which the datagram reached the host, the earlier read the better.
+///
+/// Where a sequence number is missing, later packets wait for it: eight of them, or a quarter of a second by
+/// arrivals and `Camera::Poll`.
 class CAMCLOCK_RECEIVER_API Stream {
 public:
     using Sink = std::function<void(const Frame&)>;

@@ -14,8 +14,10 @@ namespace camclock::receiver {
 /// How far a frame's time of capture can be trusted.
 enum class Trust {
     kArrivalOnly,  ///< no sender report yet, or ever: arrival less the mean latency
-    kSettling,  ///< fewer than 26 frames since the epoch's first report, or after a silence of more than 10
-                ///< s; the floor line's answer until its first block is full
+    /// Fewer than 26 frames since the epoch's first report, after a silence of more than 10 s, or behind a
+    /// step of the camera's clock of more than 20 ms that begins no epoch. The floor line's answer: until its
+    /// first block is full.
+    kSettling,
     kGood,      ///< not proved wrong
     kReplaced,  ///< the estimate lay after the arrival, which is given instead
 };
